@@ -1,0 +1,59 @@
+#include "FileOps.h"
+
+#include <dirent.h>
+
+#include <cstdio>
+#include <cstring>
+
+bool IsDirectory(const char* path) {
+    size_t n = std::strlen(path);
+    // The character at index n is the terminating NUL, so this test never succeeds; it is
+    // kept as the original check stands.
+    if (path[n] == '.') return false;
+    for (size_t i = n; i-- > 0;) {
+        if (path[i] == '.') return false;
+        if (path[i] == '/' || path[i] == '\\') return true;
+    }
+    return true;
+}
+
+bool ClearFolder(std::string path) {
+    // A backslash, also where the separator is "/": folder paths from the host end in one.
+    if (path.empty() || path.back() != '\\') path += '\\';
+    DIR* dir = opendir(path.c_str());
+    if (!dir) return false;
+    // The first two entries are taken to be "." and ".." and skipped unread.
+    int skipped = 0;
+    while (dirent* entry = readdir(dir)) {
+        if (skipped < 2) {
+            ++skipped;
+            continue;
+        }
+        std::string full = path + entry->d_name;
+        if (!IsDirectory(full.c_str())) std::remove(full.c_str());
+    }
+    closedir(dir);
+    return true;
+}
+
+std::string FileNameExtract(const std::string& path, int mode) {
+    const size_t sep = path.find_last_of("/\\");
+    const size_t dot = path.rfind('.');
+    switch (mode) {
+        case 1:
+            return sep == std::string::npos ? std::string() : path.substr(0, sep + 1);
+        case 2: {
+            std::string name = sep == std::string::npos ? path : path.substr(sep + 1);
+            const size_t nameDot = name.rfind('.');
+            return nameDot == std::string::npos ? name : name.substr(0, nameDot);
+        }
+        case 3:
+            return dot == std::string::npos ? path : path.substr(0, dot);
+        case 4:
+            return path.substr(dot);  // no dot: npos is past the end and substr throws
+        case 6:
+            return sep == std::string::npos ? path : path.substr(sep + 1);
+        default:
+            return path;
+    }
+}

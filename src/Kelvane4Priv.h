@@ -1,0 +1,43 @@
+// Module state of the plug-in frame and the records it shares with the project file.
+#pragma once
+
+#include <dirent.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// One TPose reference, 516 bytes, kept in memory and written to the project file as laid out.
+struct TPoseRef {
+    uint32_t value;
+    char name[255];  // NUL-terminated: the key looked up by GetTPoseRef
+    char data[257];  // NUL-terminated text stored with the name
+};
+static_assert(sizeof(TPoseRef) == 516, "TPoseRef is written to disk as laid out");
+
+// Exported data symbols: the host may read them; they live as long as the library is loaded.
+extern "C" {
+extern float answer;                   // GetOpenDialog's result when no valid selection is made
+extern float imgW;                     // BMP crop width (CropBMP_SetWidth)
+extern float colIn;                    // colour/level value for the PSD conversions (SetInColor)
+extern DIR* folder;                    // the one open folder enumeration, or null
+extern std::vector<std::string> docList;  // files chosen in the last open dialog
+extern uint32_t thisPrjHdr[4];         // reserved, reserved, reference count, project modifier
+extern std::vector<TPoseRef> tPoseList;  // the TPose reference list
+}
+
+// The small demonstration class; no host script reaches it.
+class Kelvane4 {
+public:
+    void HelloWorld(const char* text);
+};
+
+class Kelvane4Priv {
+public:
+    void HelloWorldPriv(const char* text);
+};
+
+// Internal work behind the frame's own exports.
+bool addTPoseRef(const char* name, uint32_t value, const char* data);
+const TPoseRef* findTPoseRef(const char* name);
+int fileCopyTo(const char* source, const char* destination);

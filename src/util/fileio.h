@@ -1,0 +1,28 @@
+// Whole-file input and output: one read to load a file, one write to store one.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace kv {
+
+// Loads the whole file into out (replacing its content). False when it cannot be opened or read.
+bool readFile(const char* path, std::vector<char>& out);
+
+// Creates or truncates path and writes size bytes in one call. False on any failure; a file that
+// could not be written completely is removed.
+bool writeFile(const char* path, const void* data, size_t size);
+
+// Appends size bytes to path (created when missing). False on any failure.
+bool appendFile(const char* path, const void* data, size_t size);
+
+// Replaces the file at path atomically: the bytes go to a temporary sibling which is then
+// renamed over path, keeping path's permission bits. Either the old or the new content is
+// on disk afterwards, never a mixture. False on any failure (path is then unchanged).
+bool replaceFile(const char* path, const void* data, size_t size);
+
+// True when something exists at path.
+bool fileExists(const char* path);
+
+}  // namespace kv

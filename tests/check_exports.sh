@@ -1,0 +1,34 @@
+#!/usr/bin/env bash
+# Checks the plug-in's dynamic symbol table: exactly the names of the version script are
+# defined there (unmangled), and every function declared in the public header is among them.
+set -euo pipefail
+lib=$1 map=$2 header=$3
+
+expected=$(perl -0pe 's#/\*.*?\*/##gs' "$map" | tr ' ;' '\n\n' | grep -E '^[A-Za-z_][A-Za-z0-9_]*$' \
+  | grep -vE '^(global|local)$' | sort -u)
+actual=$(nm -D --defined-only "$lib" | awk '{print $3}' | sort -u)
+declared=$(grep -oE '^KV_API float [A-Za-z_0-9]+\(' "$header" | sed -E 's/^KV_API float //; s/\($//' | sort -u)
+
+status=0
+if [ "$expected" != "$actual" ]; then
+  echo "dynamic symbols differ from the version script:"
+  diff <(echo "$expected") <(echo "$actual") || true
+  status=1
+fi
+missing=$(comm -23 <(echo "$declared") <(echo "$actual"))
+if [ -n "$missing" ]; then
+  echo "declared in the header but not exported: $missing"
+  status=1
+fi
+functions=$(nm -D --defined-only "$lib" | awk '$2 == "T" {print $3}' | sort -u)
+undeclared=$(comm -13 <(echo "$declared") <(echo "$functions"))
+if [ -n "$undeclared" ]; then
+  echo "exported but not declared in the header: $undeclared"
+  status=1
+fi
+if nm -D --defined-only "$lib" | awk '{print $3}' | grep -q '^_Z'; then
+  echo "mangled names are exported"
+  status=1
+fi
+[ $status -eq 0 ] && echo "exports OK: $(echo "$actual" | wc -l) symbols"
+exit $status

@@ -1,0 +1,370 @@
+// kelvane: the host emulator. Loads the plug-in with dlopen, resolves exports by name with
+// dlsym and calls them with the host signature, exactly as the host application does.
+//
+//   kelvane list                                  the exports the plug-in offers
+//   kelvane call NAME [--text T] [--number N] [--mem1 M] [--null-text] [--null-mem1]
+//   kelvane run SCRIPT [--keep-going]            one call per line, '#' starts a comment
+#include <dlfcn.h>
+#include <elf.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "kelvane/Kelvane4.h"
+
+namespace {
+
+constexpr size_t kMemBlockSize = 1 << 20;  // the host hands over blocks of at least 64 KiB
+
+std::string defaultPluginPath() {
+    char self[4096];
+    ssize_t n = ::readlink("/proc/self/exe", self, sizeof self - 1);
+    if (n > 0) {
+        self[n] = '\0';
+        std::string dir(self);
+        dir = dir.substr(0, dir.find_last_of('/') + 1);
+        for (const char* rel : {"libKelvane4.so", "../lib/libKelvane4.so"}) {
+            std::string candidate = dir + rel;
+            if (::access(candidate.c_str(), R_OK) == 0) return candidate;
+        }
+    }
+    return KELVANE_BUILD_DIR "/libKelvane4.so";
+}
+
+// The exported symbols of an ELF shared object, read from its dynamic symbol table.
+struct Exports {
+    std::vector<std::string> functions, data;
+};
+
+bool readExports(const std::string& path, Exports& out) {
+    std::ifstream in(path, std::ios::binary);
+    std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    if (bytes.size() < sizeof(Elf64_Ehdr) || std::memcmp(bytes.data(), ELFMAG, SELFMAG) != 0 ||
+        bytes[EI_CLASS] != ELFCLASS64)
+        return false;
+    auto at = [&](uint64_t off, uint64_t size) { return off <= bytes.size() && size <= bytes.size() - off; };
+    Elf64_Ehdr eh;
+    std::memcpy(&eh, bytes.data(), sizeof eh);
+    if (!at(eh.e_shoff, uint64_t(eh.e_shnum) * sizeof(Elf64_Shdr))) return false;
+    std::vector<Elf64_Shdr> sh(eh.e_shnum);
+    std::memcpy(sh.data(), bytes.data() + eh.e_shoff, sh.size() * sizeof(Elf64_Shdr));
+    for (const Elf64_Shdr& s : sh) {
+        if (s.sh_type != SHT_DYNSYM || s.sh_link >= sh.size()) continue;
+        const Elf64_Shdr& strs = sh[s.sh_link];
+        if (!at(s.sh_offset, s.sh_size) || !at(strs.sh_offset, strs.sh_size)) return false;
+        for (uint64_t off = 0; off + sizeof(Elf64_Sym) <= s.sh_size; off += sizeof(Elf64_Sym)) {
+            Elf64_Sym sym;
+            std::memcpy(&sym, bytes.data() + s.sh_offset + off, sizeof sym);
+            if (sym.st_shndx == SHN_UNDEF || sym.st_name >= strs.sh_size) continue;
+            if (ELF64_ST_BIND(sym.st_info) == STB_LOCAL) continue;
+            std::string name(bytes.data() + strs.sh_offset + sym.st_name);
+            if (name.empty()) continue;
+            if (ELF64_ST_TYPE(sym.st_info) == STT_FUNC) out.functions.push_back(name);
+            else if (ELF64_ST_TYPE(sym.st_info) == STT_OBJECT) out.data.push_back(name);
+        }
+    }
+    std::sort(out.functions.begin(), out.functions.end());
+    std::sort(out.data.begin(), out.data.end());
+    return true;
+}
+
+// Splits a script line into words: blanks separate, '…' and "…" quote, a backslash escapes
+// the next character outside single quotes, '#' outside quotes starts a comment.
+bool splitWords(const std::string& line, std::vector<std::string>& words, std::string& error) {
+    words.clear();
+    std::string cur;
+    bool inWord = false;
+    char quote = 0;
+    for (size_t i = 0; i < line.size(); ++i) {
+        char c = line[i];
+        if (quote) {
+            if (c == quote) quote = 0;
+            else if (c == '\\' && quote == '"' && i + 1 < line.size()) cur += line[++i];
+            else cur += c;
+        } else if (c == '\'' || c == '"') {
+            quote = c;
+            inWord = true;
+        } else if (c == '\\' && i + 1 < line.size()) {
+            cur += line[++i];
+            inWord = true;
+        } else if (c == '#' && !inWord) {
+            break;
+        } else if (std::isspace(static_cast<unsigned char>(c))) {
+            if (inWord) words.push_back(cur);
+            cur.clear();
+            inWord = false;
+        } else {
+            cur += c;
+            inWord = true;
+        }
+    }
+    if (quote) {
+        error = "unterminated quote";
+        return false;
+    }
+    if (inWord) words.push_back(cur);
+    return true;
+}
+
+}  // namespace
+
+namespace kvtool {
+
+using Variables = std::map<std::string, float>;
+
+// One call's arguments, from the command line or a script line.
+struct CallArgs {
+    std::string name, text, number, mem1, expect, expectMem1;
+    bool nullText = false, nullMem1 = false, expectMem1Given = false;
+    std::vector<std::string> setVars, addVars;
+};
+
+// The loaded plug-in.
+struct Plugin {
+    void* handle = nullptr;
+    std::string path;
+    ~Plugin();
+    bool open(const std::string& p, std::string& error);
+    KelvaneFn find(const std::string& name) const;
+};
+
+std::string formatResult(float r) {
+    if (std::isfinite(r) && std::nearbyint(r) == r && std::fabs(r) < 1e16f) {
+        char buf[32];
+        std::snprintf(buf, sizeof buf, "%.0f", static_cast<double>(r));
+        return buf;
+    }
+    char buf[32];
+    auto res = std::to_chars(buf, buf + sizeof buf, r);
+    return std::string(buf, res.ptr);
+}
+
+bool parseNumber(const std::string& s, double& out) {
+    const char* b = s.c_str();
+    char* e = nullptr;
+    out = std::strtod(b, &e);
+    return e != b && *e == '\0';
+}
+
+Plugin::~Plugin() {
+    if (handle) ::dlclose(handle);
+}
+
+bool Plugin::open(const std::string& p, std::string& error) {
+    path = p;
+    handle = ::dlopen(p.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (!handle) {
+        const char* e = ::dlerror();
+        error = e ? e : "cannot load " + p;
+        return false;
+    }
+    return true;
+}
+
+KelvaneFn Plugin::find(const std::string& name) const {
+    return handle ? reinterpret_cast<KelvaneFn>(::dlsym(handle, name.c_str())) : nullptr;
+}
+
+int callOnce(const Plugin& plugin, const CallArgs& args, Variables& vars, std::ostream& out, std::ostream& err,
+             float* resultOut) {
+    KelvaneFn fn = plugin.find(args.name);
+    if (!fn) {
+        err << "kelvane: the plug-in has no export named " << args.name << "\n";
+        return 2;
+    }
+    double number = 0;
+    if (!args.number.empty() && !parseNumber(args.number, number)) {
+        err << "kelvane: --number " << args.number << " is not a number\n";
+        return 2;
+    }
+    std::vector<char> mem1(kMemBlockSize, '\0'), mem2(kMemBlockSize, '\0');
+    std::memcpy(mem1.data(), args.mem1.data(), std::min(args.mem1.size(), kMemBlockSize - 1));
+    const std::string before(mem1.data());
+
+    float r = fn(args.nullText ? nullptr : args.text.c_str(), number, args.nullMem1 ? nullptr : mem1.data(),
+                 mem2.data());
+    if (resultOut) *resultOut = r;
+
+    out << args.name << " -> " << formatResult(r) << "\n";
+    const std::string after(mem1.data(), strnlen(mem1.data(), kMemBlockSize));
+    if (!args.nullMem1 && after != before) out << "  memBlock1: " << after << "\n";
+    out.flush();
+
+    for (const std::string& v : args.setVars) vars[v] = r;
+    for (const std::string& v : args.addVars) vars[v] += r;
+
+    if (!args.expect.empty()) {
+        double want = 0;
+        if (!parseNumber(args.expect, want)) {
+            err << "kelvane: --expect " << args.expect << " is not a number\n";
+            return 2;
+        }
+        if (!(static_cast<float>(want) == r || (std::isnan(want) && std::isnan(r)))) {
+            err << "kelvane: " << args.name << " returned " << formatResult(r) << ", expected " << args.expect
+                << "\n";
+            return 1;
+        }
+    }
+    if (args.expectMem1Given && (args.nullMem1 || after != args.expectMem1)) {
+        err << "kelvane: " << args.name << " left \"" << after << "\" in memBlock1, expected \"" << args.expectMem1
+            << "\"\n";
+        return 1;
+    }
+    return 0;
+}
+
+void addCallOptions(CLI::App& app, CallArgs& a) {
+    app.add_option("name", a.name, "Export to call")->required();
+    app.add_option("--text", a.text, "The text argument");
+    app.add_option("--number", a.number, "The number argument (any double: 1.5, -4, 5000000000, nan)");
+    app.add_option("--mem1", a.mem1, "Initial content of memBlock1 (a second path, or empty for output)");
+    app.add_flag("--null-text", a.nullText, "Pass a null text pointer");
+    app.add_flag("--null-mem1", a.nullMem1, "Pass a null memBlock1 pointer");
+    app.add_option("--expect", a.expect, "Fail unless the result equals this number");
+    app.add_option("--expect-mem1", a.expectMem1, "Fail unless memBlock1 holds this text afterwards")
+        ->each([&a](const std::string&) { a.expectMem1Given = true; });
+    app.add_option("--set", a.setVars, "Store the result in a script variable ($NAME in later lines)");
+    app.add_option("--add-to", a.addVars, "Add the result to a script variable");
+}
+
+// Replaces $NAME and ${NAME} with script variables, then environment variables.
+std::string expandVariables(const std::string& word, const Variables& vars) {
+    std::string out;
+    for (size_t i = 0; i < word.size(); ++i) {
+        if (word[i] != '$' || i + 1 >= word.size()) {
+            out += word[i];
+            continue;
+        }
+        size_t start = i + 1, end;
+        bool braced = word[start] == '{';
+        if (braced) {
+            end = word.find('}', start);
+            if (end == std::string::npos) {
+                out += word.substr(i);
+                break;
+            }
+            ++start;
+        } else {
+            end = start;
+            while (end < word.size() && (std::isalnum(static_cast<unsigned char>(word[end])) || word[end] == '_'))
+                ++end;
+        }
+        std::string key = word.substr(start, end - start);
+        if (key.empty()) {
+            out += '$';
+            continue;
+        }
+        if (auto it = vars.find(key); it != vars.end()) out += formatResult(it->second);
+        else if (const char* env = std::getenv(key.c_str())) out += env;
+        i = braced ? end : end - 1;
+    }
+    return out;
+}
+
+int runScript(const Plugin& plugin, const std::string& scriptPath, bool keepGoing, std::ostream& out,
+              std::ostream& err) {
+    std::ifstream in(scriptPath);
+    if (!in) {
+        err << "kelvane: cannot read " << scriptPath << "\n";
+        return 2;
+    }
+    Variables vars;
+    std::string line, error;
+    std::vector<std::string> words;
+    int status = 0, lineNo = 0;
+    while (std::getline(in, line)) {
+        ++lineNo;
+        if (!splitWords(line, words, error)) {
+            err << scriptPath << ":" << lineNo << ": " << error << "\n";
+            return 2;
+        }
+        if (words.empty()) continue;
+        for (std::string& w : words) w = expandVariables(w, vars);
+        if (words[0] == "echo") {  // a line of commentary for the reader of the output
+            for (size_t i = 1; i < words.size(); ++i) out << (i > 1 ? " " : "") << words[i];
+            out << "\n";
+            continue;
+        }
+        CLI::App lineApp{"script line"};
+        CallArgs args;
+        addCallOptions(lineApp, args);
+        try {
+            std::vector<std::string> reversed(words.rbegin(), words.rend());
+            lineApp.parse(reversed);
+        } catch (const CLI::ParseError& e) {
+            err << scriptPath << ":" << lineNo << ": " << e.what() << "\n";
+            return 2;
+        }
+        float r = 0;
+        int rc = callOnce(plugin, args, vars, out, err, &r);
+        if (rc == 2) return 2;
+        bool failed = rc != 0 || (r < 0 && args.expect.empty());
+        if (failed) {
+            if (rc == 0) err << scriptPath << ":" << lineNo << ": " << args.name << " failed with " << formatResult(r) << "\n";
+            status = 1;
+            if (!keepGoing) return status;
+        }
+    }
+    return status;
+}
+
+}  // namespace kvtool
+
+int main(int argc, char** argv) {
+    CLI::App app{"kelvane: load the Kelvane4 plug-in and call its exports as the host does"};
+    app.require_subcommand(1);
+    std::string pluginPath = defaultPluginPath();
+    app.add_option("--plugin", pluginPath, "Plug-in library to load")->capture_default_str();
+
+    CLI::App* list = app.add_subcommand("list", "Print the exports the plug-in offers");
+    bool withData = false;
+    list->add_flag("--data", withData, "Also print the exported module data symbols");
+
+    CLI::App* call = app.add_subcommand("call", "Call one export and print its result and memBlock1");
+    kvtool::CallArgs callArgs;
+    kvtool::addCallOptions(*call, callArgs);
+
+    CLI::App* run = app.add_subcommand("run", "Run a script of calls, one per line");
+    std::string script;
+    bool keepGoing = false;
+    run->add_option("script", script, "Script file")->required()->check(CLI::ExistingFile);
+    run->add_flag("--keep-going", keepGoing, "Do not stop at the first negative result");
+
+    CLI11_PARSE(app, argc, argv);
+
+    kvtool::Plugin plugin;
+    std::string error;
+    if (!plugin.open(pluginPath, error)) {
+        std::cerr << "kelvane: " << error << "\n";
+        return 2;
+    }
+    if (*list) {
+        Exports ex;
+        if (!readExports(plugin.path, ex)) {
+            std::cerr << "kelvane: cannot read the symbol table of " << plugin.path << "\n";
+            return 2;
+        }
+        for (const std::string& f : ex.functions)
+            if (plugin.find(f)) std::cout << f << "\n";
+        if (withData)
+            for (const std::string& d : ex.data) std::cout << d << " (data)\n";
+        return 0;
+    }
+    if (*call) {
+        kvtool::Variables vars;
+        return kvtool::callOnce(plugin, callArgs, vars, std::cout, std::cerr, nullptr);
+    }
+    return kvtool::runScript(plugin, script, keepGoing, std::cout, std::cerr);
+}
