@@ -67,6 +67,12 @@ bool readFile(const char* path, std::vector<char>& out) {
     return true;
 }
 
+bool readFileRepeatLast(const char* path, std::vector<char>& out) {
+    if (!readFile(path, out)) return false;
+    out.push_back(out.empty() ? '\0' : out.back());
+    return true;
+}
+
 bool writeFile(const char* path, const void* data, size_t size) {
     int fd = ::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     if (fd < 0) return false;
