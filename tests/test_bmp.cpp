@@ -7,51 +7,15 @@
 #include <string>
 
 #include "kelvane/Kelvane4.h"
+#include "imagefiles.h"
 #include "testutil.h"
 // After the other headers: BmpOps declares the module global `offset`.
 #include "BmpOps.h"
 
 using kvtest::TempDir;
+using namespace kvtest;
 
 namespace {
-
-void putLE(std::string& s, size_t at, uint32_t v, int bytes = 4) {
-    for (int i = 0; i < bytes; ++i) s[at + size_t(i)] = static_cast<char>(v >> (8 * i));
-}
-uint32_t getLE(const std::string& s, size_t at) {
-    uint32_t v = 0;
-    for (int i = 3; i >= 0; --i) v = (v << 8) | static_cast<unsigned char>(s[at + size_t(i)]);
-    return v;
-}
-
-// The byte of channel ch of the pixel at column col of stored row row (row 0 is stored first).
-char sample(int row, int col, int ch) { return static_cast<char>(row * 31 + col * 7 + ch * 101 + 5); }
-
-int paddingOf(int width) { return (4 - (width * 3) % 4) % 4; }
-
-// A 24-bit BMP with a 54-byte header, header numbers least significant byte first.
-std::string makeBmp(int width, int height) {
-    const int rowSize = width * 3 + paddingOf(width);
-    std::string s(54, '\0');
-    s[0] = 'B';
-    s[1] = 'M';
-    putLE(s, 2, uint32_t(54 + rowSize * height));
-    putLE(s, 10, 54);
-    putLE(s, 14, 40);
-    putLE(s, 18, uint32_t(width));
-    putLE(s, 22, uint32_t(height));
-    putLE(s, 26, 1, 2);
-    putLE(s, 28, 24, 2);
-    putLE(s, 34, uint32_t(rowSize * height));
-    putLE(s, 38, 2835);
-    putLE(s, 42, 2835);
-    for (int r = 0; r < height; ++r) {
-        for (int c = 0; c < width; ++c)
-            for (int ch = 0; ch < 3; ++ch) s += sample(r, c, ch);
-        s.append(size_t(paddingOf(width)), '\0');
-    }
-    return s;
-}
 
 // What cropping makeBmp(width, height) at startColumn with cropWidth must give.
 std::string expectedCrop(int width, int height, int startColumn, int cropWidth) {

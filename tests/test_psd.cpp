@@ -10,68 +10,15 @@
 #include <string>
 
 #include "kelvane/Kelvane4.h"
+#include "imagefiles.h"
 #include "testutil.h"
 // After the other headers: PsdOps declares the module globals `img`, `offst`, `fHeader`.
 #include "PsdOps.h"
 
 using kvtest::TempDir;
+using namespace kvtest;
 
 namespace {
-
-struct Rgb {
-    int r, g, b;
-};
-
-// A PSD of the accepted dialect (header numbers least significant byte first).
-struct Psd {
-    uint32_t rows = 1, columns = 1;
-    uint16_t channels = 3, mode = 3, compression = 0;
-    uint32_t colourModeLength = 0;
-    std::string version = std::string("\x01\x00", 2);
-    std::string resources, layers;
-    std::string planes;  // plane after plane
-    std::string tail;    // anything after the planes
-
-    // Fills the first three planes from a pixel function (k = row * columns + column).
-    Psd& pixels(const std::function<Rgb(size_t)>& f) {
-        const size_t n = size_t{rows} * columns;
-        planes.assign(3 * n, '\0');
-        for (size_t k = 0; k < n; ++k) {
-            const Rgb c = f(k);
-            planes[k] = static_cast<char>(c.r);
-            planes[n + k] = static_cast<char>(c.g);
-            planes[2 * n + k] = static_cast<char>(c.b);
-        }
-        return *this;
-    }
-
-    std::string bytes() const {
-        std::string s = "8BPS" + version + std::string(6, '\0');
-        auto le = [&s](uint32_t v, int n) {
-            for (int i = 0; i < n; ++i) s += static_cast<char>(v >> (8 * i));
-        };
-        le(channels, 2);
-        le(rows, 4);
-        le(columns, 4);
-        le(8, 2);
-        le(mode, 2);
-        le(colourModeLength, 4);
-        le(uint32_t(resources.size()), 4);
-        s += resources;
-        le(uint32_t(layers.size()), 4);
-        s += layers;
-        le(compression, 2);
-        return s + planes + tail;
-    }
-};
-
-Psd uniform(uint32_t rows, uint32_t columns, Rgb c) {
-    Psd p;
-    p.rows = rows;
-    p.columns = columns;
-    p.pixels([c](size_t) { return c; });
-    return p;
-}
 
 unsigned char at(const std::string& s, size_t i) { return static_cast<unsigned char>(s[i]); }
 
