@@ -33,22 +33,17 @@ namespace {
 // Length of the file in img (without the repeated last byte).
 uint64_t fileLength() { return img.empty() ? 0 : img.size() - 1; }
 
-// Samples of one image: plane p of a file loaded at data, image data at offset.
-struct Planes {
-    const unsigned char* data;
-    size_t offset;
-    size_t count;  // rows * columns
-    unsigned char at(int plane, size_t k) const { return data[offset + size_t(plane) * count + k]; }
-};
-
 size_t pixelCount() { return size_t{fHeader.rows} * fHeader.columns; }
 
-Planes planesOfImg() {
-    return {reinterpret_cast<const unsigned char*>(img.data()), static_cast<size_t>(offst), pixelCount()};
-}
-
-unsigned char* sampleInImg(int plane, size_t k) {
-    return reinterpret_cast<unsigned char*>(img.data()) + offst + size_t(plane) * pixelCount() + k;
+// The red, green and blue planes of an image loaded at data with its image data at offset.
+struct Planes {
+    unsigned char* plane[3];
+    size_t count;  // samples per plane: rows * columns
+};
+Planes planesAt(std::vector<char>& data, size_t offset) {
+    auto* base = reinterpret_cast<unsigned char*>(data.data()) + offset;
+    const size_t n = pixelCount();
+    return {{base, base + n, base + 2 * n}, n};
 }
 
 // A colour number red * 65536 + green * 256 + blue split by truncating divisions, in single
@@ -64,7 +59,9 @@ RGB splitColour(float c) {
     return {r, g, b};
 }
 
-bool isColour(const Planes& p, size_t k, RGB c) { return p.at(0, k) == c.r && p.at(1, k) == c.g && p.at(2, k) == c.b; }
+bool isColour(const Planes& p, size_t k, RGB c) {
+    return p.plane[0][k] == c.r && p.plane[1][k] == c.g && p.plane[2][k] == c.b;
+}
 
 // Loads and parses one file: 0, -1 when it cannot be opened, or the parser's code.
 float loadAndParse(const char* path) {
@@ -72,13 +69,12 @@ float loadAndParse(const char* path) {
     return readPSDHeader();
 }
 
-// Copies count samples of every plane from (row, column) of the first image to the same or
-// another place in img: a run of count columns of one row.
-void copyRun(const Planes& first, size_t fromRow, size_t fromCol, size_t toRow, size_t toCol, size_t count) {
+// Copies a run of count samples, on every plane, from (row, column) of one image to another
+// place of the same size of another image.
+void copyRun(const Planes& from, size_t fromRow, size_t fromCol, const Planes& to, size_t toRow, size_t toCol,
+             size_t count) {
     const size_t w = fHeader.columns;
-    for (int p = 0; p < 3; ++p)
-        std::memcpy(sampleInImg(p, toRow * w + toCol), first.data + first.offset + size_t(p) * first.count + fromRow * w + fromCol,
-                    count);
+    for (int p = 0; p < 3; ++p) std::memcpy(to.plane[p] + toRow * w + toCol, from.plane[p] + fromRow * w + fromCol, count);
 }
 
 }  // namespace
@@ -127,12 +123,12 @@ float convertPSD(const char* path, float oldColour, float newColour, bool stenci
     if (!planesFit()) return -1;
     const RGB from = splitColour(oldColour);
     const RGB to = splitColour(newColour);
-    const Planes planes = planesOfImg();
+    const Planes planes = planesAt(img, size_t(offst));
     for (size_t k = 0; k < planes.count; ++k) {
         if (isColour(planes, k, from) == stencil) continue;
-        *sampleInImg(0, k) = static_cast<unsigned char>(to.r);
-        *sampleInImg(1, k) = static_cast<unsigned char>(to.g);
-        *sampleInImg(2, k) = static_cast<unsigned char>(to.b);
+        planes.plane[0][k] = static_cast<unsigned char>(to.r);
+        planes.plane[1][k] = static_cast<unsigned char>(to.g);
+        planes.plane[2][k] = static_cast<unsigned char>(to.b);
     }
     return path && kv::replaceFile(path, img.data(), img.size()) ? 0 : -5;
 }
@@ -143,11 +139,12 @@ float GrayscalePSD(const char* source, const char* destination, int level) {
     if (!planesFit()) return -1;
     writeShort(12, 1);  // one channel
     writeShort(24, 1);  // grayscale
-    const Planes planes = planesOfImg();
+    const Planes planes = planesAt(img, size_t(offst));
     std::vector<char> out(size_t(offst) + planes.count);
     std::memcpy(out.data(), img.data(), size_t(offst));
+    const unsigned char *red = planes.plane[0], *green = planes.plane[1], *blue = planes.plane[2];
     for (size_t k = 0; k < planes.count; ++k) {
-        int gray = static_cast<int>(0.333 * planes.at(0, k) + 0.333 * planes.at(1, k) + 0.333 * planes.at(2, k) + 0.5);
+        int gray = static_cast<int>(0.333 * red[k] + 0.333 * green[k] + 0.333 * blue[k] + 0.5);
         if (gray != 255) {
             if (gray <= level)
                 gray = 0;
@@ -162,18 +159,19 @@ float GrayscalePSD(const char* source, const char* destination, int level) {
 float mergePSD(const char* first, const char* second, float keyColour) {
     if (const float code = loadAndParse(first); code != 0) return code;
     if (!planesFit()) return -1;
-    const std::vector<char> firstImg = std::move(img);
+    std::vector<char> firstImg = std::move(img);
     const PSDHeader firstHeader = fHeader;
-    const Planes top{reinterpret_cast<const unsigned char*>(firstImg.data()), size_t(offst), pixelCount()};
+    const Planes top = planesAt(firstImg, size_t(offst));
     img.clear();
 
     if (const float code = loadAndParse(second); code != 0) return code;
     if (fHeader.rows != firstHeader.rows || fHeader.columns != firstHeader.columns) return -6;
     if (!planesFit()) return -1;
     const RGB key = splitColour(keyColour);
+    const Planes out = planesAt(img, size_t(offst));
     for (size_t k = 0; k < top.count; ++k) {
         if (isColour(top, k, key)) continue;  // transparent: the second image shows
-        for (int p = 0; p < 3; ++p) *sampleInImg(p, k) = top.at(p, k);
+        for (int p = 0; p < 3; ++p) out.plane[p][k] = top.plane[p][k];
     }
     return kv::replaceFile(first, img.data(), img.size()) ? 0 : -5;
 }
@@ -182,9 +180,9 @@ float mergeSeamlessPSD(const char* first, const char* second, bool columns) {
     if (const float code = loadAndParse(first); code != 0) return code;
     if (fHeader.rows < 100 || fHeader.columns < 100) return -9;
     if (!planesFit()) return -1;
-    const std::vector<char> firstImg = std::move(img);
+    std::vector<char> firstImg = std::move(img);
     const PSDHeader firstHeader = fHeader;
-    const Planes source{reinterpret_cast<const unsigned char*>(firstImg.data()), size_t(offst), pixelCount()};
+    const Planes source = planesAt(firstImg, size_t(offst));
     img.clear();
 
     // The second file's parse result is not looked at: only its size must match.
@@ -192,16 +190,17 @@ float mergeSeamlessPSD(const char* first, const char* second, bool columns) {
     readPSDHeader();
     if (fHeader.rows != firstHeader.rows || fHeader.columns != firstHeader.columns) return -6;
     if (!planesFit()) return -1;
+    const Planes out = planesAt(img, size_t(offst));
     const size_t h = fHeader.rows, w = fHeader.columns;
     if (!columns) {
         for (size_t r = 0; r < 10; ++r) {
-            copyRun(source, 50 + r, 0, r, 0, w);           // top strip from rows 50..59
-            copyRun(source, 40 + r, 0, h - 10 + r, 0, w);  // bottom strip from rows 40..49
+            copyRun(source, 50 + r, 0, out, r, 0, w);           // top strip from rows 50..59
+            copyRun(source, 40 + r, 0, out, h - 10 + r, 0, w);  // bottom strip from rows 40..49
         }
     } else {
         for (size_t r = 2; r <= h - 2; ++r) {
-            copyRun(source, r, 50, r, 0, 2);      // left edge from columns 50, 51
-            copyRun(source, r, 48, r, w - 2, 2);  // right edge from columns 48, 49
+            copyRun(source, r, 50, out, r, 0, 2);      // left edge from columns 50, 51
+            copyRun(source, r, 48, out, r, w - 2, 2);  // right edge from columns 48, 49
         }
     }
     return kv::replaceFile(first, img.data(), img.size()) ? 0 : -5;
@@ -264,10 +263,10 @@ float createThumb(const char* path, int size) {
             newW = std::max<uint64_t>(1, (2 * w * side + h) / (2 * h));
         const size_t left = (side - newW) / 2, top = (side - newH) / 2;
         const stbir_filter filter = newW < w ? STBIR_FILTER_BOX : STBIR_FILTER_CATMULLROM;
-        const Planes planes = planesOfImg();
+        const Planes planes = planesAt(img, size_t(offst));
         for (int p = 0; p < 3; ++p) {
             auto* to = reinterpret_cast<unsigned char*>(out.data()) + dataStart + size_t(p) * side * side + top * side + left;
-            if (!stbir_resize_uint8_generic(planes.data + planes.offset + size_t(p) * planes.count, int(w), int(h), 0, to,
+            if (!stbir_resize_uint8_generic(planes.plane[p], int(w), int(h), 0, to,
                                             int(newW), int(newH), int(side), 1, STBIR_ALPHA_CHANNEL_NONE, 0,
                                             STBIR_EDGE_CLAMP, filter, STBIR_COLORSPACE_LINEAR, nullptr))
                 return -5;
