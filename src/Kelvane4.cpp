@@ -9,8 +9,10 @@
 #include <iostream>
 #include <new>
 
+#include "BmpOps.h"
 #include "FileOps.h"
 #include "Kelvane4Priv.h"
+#include "PsdOps.h"
 #include "util/convert.h"
 
 using kv::fromInt;
@@ -137,6 +139,31 @@ KV_EXPORT(EmptyFolder, -1) {
     if (!text) return -1;
     return ClearFolder(text) ? 0 : -1;
 }
+
+// ---- Images: BMP crop, PSD conversions, merge, heal, thumbnails ------------------------
+// The file operations refuse null paths themselves (as a source that cannot be opened or a
+// destination that cannot be created).
+
+KV_EXPORT(CropBMPfile, -1760) {
+    // The start column becomes a byte position in 32-bit arithmetic; the crop refuses wild ones.
+    const auto startByte = static_cast<int32_t>(static_cast<uint32_t>(toInt(number)) * 3u);
+    return cropBMP(text, memBlock1, startByte, toInt(imgW));
+}
+
+KV_EXPORT(MakeStencilPSD, -1) { return convertPSD(text, colIn, toSingle(number), true); }
+
+KV_EXPORT(SwapColorsPSD, -1) { return convertPSD(text, colIn, toSingle(number), false); }
+
+KV_EXPORT(RGBtoGrayscale, -1) {
+    const double level = !(number >= 0) ? 0.0 : number > 255 ? 255.0 : number;  // NaN becomes 0
+    return GrayscalePSD(text, memBlock1, toInt(level));
+}
+
+KV_EXPORT(MergePSDfiles, -1) { return mergePSD(text, memBlock1, toSingle(number)); }
+
+KV_EXPORT(HealPSDfiles, -1) { return mergeSeamlessPSD(text, memBlock1, number > 0); }
+
+KV_EXPORT(CreateThumbnail, -1) { return createThumb(text, toInt(number)); }
 
 // ---- The work behind the frame's exports ------------------------------------------------
 

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "imagefiles.h"
 #include "testutil.h"
 
 namespace {
@@ -81,4 +82,35 @@ TEST(Cli, ShippedSampleScriptRuns) {
                                   " run " KELVANE_SOURCE_DIR "/examples/sample.kvs 2>&1", &status);
     EXPECT_EQ(status, 0) << out;
     EXPECT_NE(out.find("Version -> 4.05"), std::string::npos) << out;
+}
+
+TEST(Cli, ImageExampleScriptRuns) {
+    kvtest::TempDir dir;
+    kvtest::writeAll(dir / "render.bmp", kvtest::makeBmp(100, 20));
+    auto pattern = [](int seed) {
+        kvtest::Psd p;
+        p.rows = p.columns = 128;
+        p.pixels([seed](size_t k) {
+            const int v = static_cast<int>(k * 7 + size_t(seed)) % 256;
+            return k % 5 == 0 ? kvtest::Rgb{255, 0, 0} : kvtest::Rgb{v, 255 - v, v / 2};
+        });
+        return p.bytes();
+    };
+    const std::string color = pattern(0), base = pattern(1);
+    kvtest::writeAll(dir / "color.psd", color);
+    kvtest::writeAll(dir / "decal.psd", pattern(2));
+    kvtest::writeAll(dir / "base.psd", base);
+    kvtest::writeAll(dir / "tile.psd", pattern(3));
+    int status = -1;
+    std::string out = kvtest::run("cd " + dir.path + " && " + std::string(KELVANE_BIN) + " --plugin " KELVANE_PLUGIN
+                                  " run " KELVANE_SOURCE_DIR "/examples/images.kvs 2>&1", &status);
+    EXPECT_EQ(status, 0) << out;
+    EXPECT_NE(out.find("CreateThumbnail -> -3"), std::string::npos) << out;
+    EXPECT_EQ(kvtest::readAll(dir / "strip.bmp").size(), 54u + 17 * 152);
+    EXPECT_EQ(kvtest::readAll(dir / "mask.psd").size(), color.size() + 2);  // two rewrites
+    EXPECT_EQ(kvtest::readAll(dir / "gray.psd").size(), 40u + 128 * 128);
+    EXPECT_EQ(kvtest::readAll(dir / "decal.psd").size(), base.size() + 1);
+    EXPECT_EQ(kvtest::readAll(dir / "tile.psd").size(), base.size() + 1);
+    EXPECT_EQ(kvtest::readAll(dir / "color_thumb.psd").size(), 40u + 3 * 64 * 64);
+    EXPECT_FALSE(kvtest::exists(dir / "gray_thumb.psd"));
 }

@@ -71,6 +71,32 @@ KV_API float CloseFolder(const char* text, double number, char* memBlock1, char*
 /* Deletes the dotted entries of folder text (a backslash is appended to the path unless it ends in one); 0 or -1. */
 KV_API float EmptyFolder(const char* text, double number, char* memBlock1, char* memBlock2);
 
+/* ---- Images: BMP crop, PSD conversions, merge, heal, thumbnails ----
+ * BMP: 24-bit uncompressed, header numbers least significant byte first.
+ * PSD: version 1, no colour-mode data, raw planar 8-bit data, and header numbers stored least
+ * significant byte first (a file in the most-significant-first order is refused with -2).
+ * Colours are numbers red * 65536 + green * 256 + blue. The PSD rewrites (swap, stencil, merge,
+ * heal) replace their file atomically and write one byte more than they read (the last byte
+ * repeated). A PSD file too short for its sections or planes gives -1. */
+
+/* Crops source text to memBlock1: CropBMP_SetWidth pixels from column int(number), all stored rows
+   but the first and the last two; 0, -1760 no source, -7 not a BMP/height < 3/region outside, -5. */
+KV_API float CropBMPfile(const char* text, double number, char* memBlock1, char* memBlock2);
+/* PSD text: pixels of the SetInColor colour are kept, all others become colour number; 0, -1..-4, -5. */
+KV_API float MakeStencilPSD(const char* text, double number, char* memBlock1, char* memBlock2);
+/* PSD text: pixels of the SetInColor colour become colour number; 0, -1..-4, -5. */
+KV_API float SwapColorsPSD(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Grayscale PSD of RGB text at memBlock1, level = number clamped to 0..255; 0, -1..-4, -3 not RGB, -5. */
+KV_API float RGBtoGrayscale(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Merges PSD text over memBlock1 (key colour number transparent), written to text; 0, -1..-4, -6 size, -5. */
+KV_API float MergePSDfiles(const char* text, double number, char* memBlock1, char* memBlock2);
+/* memBlock1's borders from text's interior (columns when number > 0, else rows), written to text;
+   0, -1..-4, -9 text below 100x100, -6 size, -5. */
+KV_API float HealPSDfiles(const char* text, double number, char* memBlock1, char* memBlock2);
+/* RGB PSD text scaled into an int(number)-pixel black square at text minus extension + "_thumb.psd";
+   0, -1..-4, -3 not RGB, -9 size outside 1..4096, -5. */
+KV_API float CreateThumbnail(const char* text, double number, char* memBlock1, char* memBlock2);
+
 #ifdef __cplusplus
 }
 #endif

@@ -42,5 +42,13 @@ inline void putU32LE(char* p, uint32_t v) {
     p[2] = static_cast<char>(v >> 16);
     p[3] = static_cast<char>(v >> 24);
 }
+inline uint16_t getU16LE(const char* p) {
+    const auto* b = reinterpret_cast<const unsigned char*>(p);
+    return static_cast<uint16_t>((b[1] << 8) | b[0]);
+}
+inline void putU16LE(char* p, uint16_t v) {
+    p[0] = static_cast<char>(v);
+    p[1] = static_cast<char>(v >> 8);
+}
 
 }  // namespace kv

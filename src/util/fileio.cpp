@@ -41,6 +41,7 @@ bool readFile(const char* path, std::vector<char>& out) {
     // (a pipe, a file that grows meanwhile) is read on until end of file.
     size_t capacity = st.st_size > 0 ? static_cast<size_t>(st.st_size) : 0;
     size_t used = 0;
+    out.reserve(capacity + 1);  // room for one more byte: readFileRepeatLast appends it without a copy
     out.resize(capacity > 0 ? capacity : 65536);
     for (;;) {
         if (used == out.size()) out.resize(out.size() * 2);
@@ -64,6 +65,12 @@ bool readFile(const char* path, std::vector<char>& out) {
     }
     ::close(fd);
     out.resize(used);
+    return true;
+}
+
+bool readFileRepeatLast(const char* path, std::vector<char>& out) {
+    if (!readFile(path, out)) return false;
+    out.push_back(out.empty() ? '\0' : out.back());
     return true;
 }
 

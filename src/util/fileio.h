@@ -10,6 +10,10 @@ namespace kv {
 // Loads the whole file into out (replacing its content). False when it cannot be opened or read.
 bool readFile(const char* path, std::vector<char>& out);
 
+// Loads the whole file as readFile does, then appends a repeat of its last byte (a 0 for an empty
+// file): the image loaders keep this one extra byte, and the rewrites write it back.
+bool readFileRepeatLast(const char* path, std::vector<char>& out);
+
 // Creates or truncates path and writes size bytes in one call. False on any failure; a file that
 // could not be written completely is removed.
 bool writeFile(const char* path, const void* data, size_t size);

@@ -1,0 +1,98 @@
+// BMP crop. The source is loaded whole into bmpV, its header read, and the crop region copied
+// row by row into a new pixel array behind the source's own header (patched with the new
+// sizes), which is written to the destination in one go.
+#include "BmpOps.h"
+
+#include <cstring>
+
+#include "kelvane/Kelvane4.h"
+#include "util/bytes.h"
+#include "util/fileio.h"
+
+extern "C" {
+KV_API std::vector<char> bmpV;
+KV_API BMPHeader bmpHdr = {};
+KV_API uint32_t offset = 0;
+}
+
+uint32_t readUnsigned(size_t at) { return kv::getU32LE(bmpV.data() + at); }
+int32_t readSigned(size_t at) { return static_cast<int32_t>(kv::getU32LE(bmpV.data() + at)); }
+uint16_t readShortInt(size_t at) { return kv::getU16LE(bmpV.data() + at); }
+void writeUnsignedInt(size_t at, uint32_t value) { kv::putU32LE(bmpV.data() + at, value); }
+void writeSignedInt(size_t at, int32_t value) { kv::putU32LE(bmpV.data() + at, static_cast<uint32_t>(value)); }
+void writeShortInt(size_t at, uint16_t value) { kv::putU16LE(bmpV.data() + at, value); }
+
+int getPadding(int width) {
+    switch ((int64_t{width} * 3) % 4) {
+        case 1: return 3;
+        case 2: return 2;
+        case 3: return 1;
+        default: return 0;
+    }
+}
+
+int readBMPHeader() {
+    offset = 0;
+    if (bmpV.size() < 38 || bmpV[0] != 'B' || bmpV[1] != 'M') return -7;
+    bmpHdr.signature[0] = 'B';
+    bmpHdr.signature[1] = 'M';
+    bmpHdr.fileSize = readUnsigned(2);
+    bmpHdr.dataOffset = readUnsigned(10);
+    bmpHdr.width = readSigned(18);
+    bmpHdr.height = readSigned(22);
+    bmpHdr.bitsPerPixel = readShortInt(28);
+    bmpHdr.dataSize = readUnsigned(34);
+    // A row of more than 2^31 bytes cannot be stored; such a width is kept out of rowSize.
+    const int64_t rowSize = int64_t{bmpHdr.width} * 3 + getPadding(bmpHdr.width);
+    bmpHdr.rowSize = rowSize <= INT32_MAX ? static_cast<int32_t>(rowSize) : -1;
+    return 0;
+}
+
+namespace {
+
+// Frees bmpV when the crop ends, whichever way: a failed crop never feeds the next one.
+struct EmptyBmpV {
+    ~EmptyBmpV() { std::vector<char>().swap(bmpV); }
+};
+
+}  // namespace
+
+float cropBMP(const char* source, const char* destination, int startByte, int width) {
+    EmptyBmpV emptied;
+    if (!source || !kv::readFileRepeatLast(source, bmpV)) return -1760;
+    if (readBMPHeader() != 0) return -7;
+
+    // Every byte the crop reads must lie in the file itself, within its pixel data.
+    const int64_t fileLength = static_cast<int64_t>(bmpV.size()) - 1;
+    const int64_t dataOffset = bmpHdr.dataOffset;
+    const int64_t rowSize = bmpHdr.rowSize;
+    if (bmpHdr.fileSize > fileLength || dataOffset > fileLength || bmpHdr.width < 0 || rowSize < 0 ||
+        bmpHdr.height < 3 || width < 0)
+        return -7;
+    const int64_t newHeight = int64_t{bmpHdr.height} - 3;
+    const int64_t rowBytes = int64_t{width} * 3;
+    const int64_t start = dataOffset + rowSize + startByte;  // the first stored row is skipped
+    if (start < dataOffset) return -7;
+    if (newHeight > 0 && start + (newHeight - 1) * rowSize + rowBytes > fileLength) return -7;
+    const int newPadding = getPadding(width);
+    const int64_t dataSize = newHeight * (rowBytes + newPadding);
+    if (dataOffset + dataSize > int64_t{UINT32_MAX}) return -7;
+
+    writeUnsignedInt(2, static_cast<uint32_t>(dataOffset + dataSize));
+    writeSignedInt(18, width);
+    writeSignedInt(22, static_cast<int32_t>(newHeight));
+    writeUnsignedInt(34, static_cast<uint32_t>(dataSize));
+
+    std::vector<char> out(static_cast<size_t>(dataOffset + dataSize), '\0');
+    std::memcpy(out.data(), bmpV.data(), static_cast<size_t>(dataOffset));
+    char* to = out.data() + dataOffset;
+    int64_t position = start;
+    for (int64_t row = 0; row < newHeight; ++row) {
+        std::memcpy(to, bmpV.data() + position, static_cast<size_t>(rowBytes));
+        to += rowBytes + newPadding;  // the padding bytes are already zero
+        position += rowSize;          // the same column of the next row
+    }
+    offset = static_cast<uint32_t>(position);
+    if (!destination || !kv::writeFile(destination, out.data(), out.size())) return -5;
+    return 0;
+}
