@@ -1,8 +1,10 @@
 // The desktop services on Linux, without a GUI toolkit in the host's process: the open dialog
-// is shown by a dialog program run as a child process (zenity, else kdialog) whose standard
-// output carries the chosen paths; web addresses are handed to xdg-open, started detached.
+// is the desktop's file-chooser portal, reached over the session bus, or else a dialog program
+// run as a child process (zenity, else kdialog) whose standard output carries the chosen paths;
+// web addresses are handed to xdg-open, started detached.
 //
 // Order of the open dialog: no DISPLAY and no WAYLAND_DISPLAY -> kDialogUnavailable at once;
+// else the portal when one is running on the session bus (it is never started for this);
 // else the first of zenity, kdialog found on PATH; none -> kDialogUnavailable.
 #include <fcntl.h>
 #include <signal.h>
@@ -16,6 +18,13 @@
 #include <string_view>
 
 #include "platform/Dialog.h"
+
+#if KELVANE_WITH_PORTAL
+#include <dbus/dbus.h>
+#include <dlfcn.h>
+
+#include <atomic>
+#endif
 
 extern char** environ;
 
@@ -168,11 +177,242 @@ int runDialogProgram(const DialogProgram& dialog, const std::string& program, co
     return kUserActionOpen;
 }
 
+#if KELVANE_WITH_PORTAL
+// ---- The file-chooser portal ---------------------------------------------------------------
+// libdbus is loaded when first needed (dlopen), so the plug-in loads on systems without it.
+// One private connection per dialog: the request is made with a handle token, so the request
+// object's path is known before the call and its Response signal cannot be missed.
+
+struct DBusApi {
+#define KV_DBUS_FUNCTIONS(X)                                                                             \
+    X(dbus_error_init) X(dbus_error_free) X(dbus_error_is_set) X(dbus_connection_open_private)          \
+    X(dbus_bus_register) X(dbus_connection_set_exit_on_disconnect) X(dbus_connection_close)             \
+    X(dbus_connection_unref) X(dbus_bus_get_unique_name) X(dbus_bus_name_has_owner) X(dbus_bus_add_match) \
+    X(dbus_message_new_method_call) X(dbus_message_unref) X(dbus_message_iter_init_append)              \
+    X(dbus_message_iter_append_basic) X(dbus_message_iter_open_container)                                \
+    X(dbus_message_iter_close_container) X(dbus_connection_send_with_reply_and_block)                   \
+    X(dbus_connection_read_write) X(dbus_connection_pop_message) X(dbus_message_is_signal)              \
+    X(dbus_message_get_path) X(dbus_message_iter_init) X(dbus_message_iter_get_arg_type)               \
+    X(dbus_message_iter_get_basic) X(dbus_message_iter_next) X(dbus_message_iter_recurse)
+#define KV_DBUS_POINTER(name) decltype(&::name) name = nullptr;
+    KV_DBUS_FUNCTIONS(KV_DBUS_POINTER)
+#undef KV_DBUS_POINTER
+};
+
+// The loaded library's functions, or null when libdbus is missing or incomplete.
+const DBusApi* dbusApi() {
+    static const DBusApi* api = []() -> const DBusApi* {
+        void* lib = ::dlopen("libdbus-1.so.3", RTLD_NOW | RTLD_LOCAL);
+        if (!lib) return nullptr;
+        static DBusApi loaded;
+        bool complete = true;
+#define KV_DBUS_LOAD(name)                                                   \
+    loaded.name = reinterpret_cast<decltype(&::name)>(::dlsym(lib, #name)); \
+    complete = complete && loaded.name;
+        KV_DBUS_FUNCTIONS(KV_DBUS_LOAD)
+#undef KV_DBUS_LOAD
+        return complete ? &loaded : nullptr;  // the library stays loaded: it keeps global state
+    }();
+    return api;
+}
+
+constexpr const char* kPortalName = "org.freedesktop.portal.Desktop";
+
+// The session bus address, without letting libdbus launch a bus of its own.
+std::string sessionBusAddress() {
+    const char* address = std::getenv("DBUS_SESSION_BUS_ADDRESS");
+    if (address && *address) return address;
+    const char* runtime = std::getenv("XDG_RUNTIME_DIR");
+    if (!runtime || !*runtime) return {};
+    std::string socket = std::string(runtime) + "/bus";
+    struct stat st {};
+    if (::stat(socket.c_str(), &st) != 0 || !S_ISSOCK(st.st_mode)) return {};
+    return "unix:path=" + socket;
+}
+
+// The path of a file: URI ("file:///a%20b" -> "/a b"), or "" for any other URI.
+std::string pathFromFileURI(std::string_view uri) {
+    constexpr std::string_view scheme = "file://";
+    if (!uri.starts_with(scheme)) return {};
+    uri.remove_prefix(scheme.size());
+    size_t slash = uri.find('/');
+    std::string_view host = uri.substr(0, slash);
+    if (slash == std::string_view::npos || !(host.empty() || host == "localhost")) return {};
+    uri.remove_prefix(slash);
+    auto hex = [](char c) -> int {
+        if (c >= '0' && c <= '9') return c - '0';
+        if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+        if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+        return -1;
+    };
+    std::string path;
+    for (size_t i = 0; i < uri.size(); ++i) {
+        int hi, lo;
+        if (uri[i] == '%' && i + 2 < uri.size() && (hi = hex(uri[i + 1])) >= 0 && (lo = hex(uri[i + 2])) >= 0) {
+            path += static_cast<char>(hi * 16 + lo);
+            i += 2;
+        } else {
+            path += uri[i];
+        }
+    }
+    return path;
+}
+
+// Appends the string entry {key: <value>} to an a{sv} dictionary being built.
+void appendStringOption(const DBusApi& d, DBusMessageIter* dict, const char* key, const char* value) {
+    DBusMessageIter entry, variant;
+    d.dbus_message_iter_open_container(dict, DBUS_TYPE_DICT_ENTRY, nullptr, &entry);
+    d.dbus_message_iter_append_basic(&entry, DBUS_TYPE_STRING, &key);
+    d.dbus_message_iter_open_container(&entry, DBUS_TYPE_VARIANT, DBUS_TYPE_STRING_AS_STRING, &variant);
+    d.dbus_message_iter_append_basic(&variant, DBUS_TYPE_STRING, &value);
+    d.dbus_message_iter_close_container(&entry, &variant);
+    d.dbus_message_iter_close_container(dict, &entry);
+}
+
+void appendBoolOption(const DBusApi& d, DBusMessageIter* dict, const char* key, bool value) {
+    DBusMessageIter entry, variant;
+    dbus_bool_t b = value ? TRUE : FALSE;
+    d.dbus_message_iter_open_container(dict, DBUS_TYPE_DICT_ENTRY, nullptr, &entry);
+    d.dbus_message_iter_append_basic(&entry, DBUS_TYPE_STRING, &key);
+    d.dbus_message_iter_open_container(&entry, DBUS_TYPE_VARIANT, DBUS_TYPE_BOOLEAN_AS_STRING, &variant);
+    d.dbus_message_iter_append_basic(&variant, DBUS_TYPE_BOOLEAN, &b);
+    d.dbus_message_iter_close_container(&entry, &variant);
+    d.dbus_message_iter_close_container(dict, &entry);
+}
+
+// Reads a Response signal's (u response, a{sv} results): the paths of results["uris"].
+int readResponse(const DBusApi& d, DBusMessage* signal, std::vector<std::string>& paths) {
+    DBusMessageIter args, dict;
+    if (!d.dbus_message_iter_init(signal, &args) || d.dbus_message_iter_get_arg_type(&args) != DBUS_TYPE_UINT32)
+        return kDialogFailed;
+    dbus_uint32_t response = 0;
+    d.dbus_message_iter_get_basic(&args, &response);
+    if (response == 1) return kUserActionCancel;
+    if (response != 0) return kDialogFailed;  // ended in some other way
+    if (!d.dbus_message_iter_next(&args) || d.dbus_message_iter_get_arg_type(&args) != DBUS_TYPE_ARRAY)
+        return kUserActionOpen;
+    for (d.dbus_message_iter_recurse(&args, &dict); d.dbus_message_iter_get_arg_type(&dict) == DBUS_TYPE_DICT_ENTRY;
+         d.dbus_message_iter_next(&dict)) {
+        DBusMessageIter entry, variant, uris;
+        d.dbus_message_iter_recurse(&dict, &entry);
+        if (d.dbus_message_iter_get_arg_type(&entry) != DBUS_TYPE_STRING) continue;
+        const char* key = nullptr;
+        d.dbus_message_iter_get_basic(&entry, &key);
+        if (std::string_view(key) != "uris" || !d.dbus_message_iter_next(&entry) ||
+            d.dbus_message_iter_get_arg_type(&entry) != DBUS_TYPE_VARIANT)
+            continue;
+        d.dbus_message_iter_recurse(&entry, &variant);
+        if (d.dbus_message_iter_get_arg_type(&variant) != DBUS_TYPE_ARRAY) continue;
+        for (d.dbus_message_iter_recurse(&variant, &uris); d.dbus_message_iter_get_arg_type(&uris) == DBUS_TYPE_STRING;
+             d.dbus_message_iter_next(&uris)) {
+            const char* uri = nullptr;
+            d.dbus_message_iter_get_basic(&uris, &uri);
+            std::string path = pathFromFileURI(uri);
+            if (!path.empty()) paths.push_back(std::move(path));
+        }
+    }
+    return kUserActionOpen;
+}
+
+// Asks the portal's FileChooser.OpenFile for several files and waits for its answer. Returns
+// 0 when no portal is running (or it has no file chooser), so that the next way is tried.
+int portalOpenDialog(const char* title, std::vector<std::string>& paths) {
+    const DBusApi* api = dbusApi();
+    std::string address = sessionBusAddress();
+    if (!api || address.empty()) return 0;
+    const DBusApi& d = *api;
+    DBusError error;
+    d.dbus_error_init(&error);
+    DBusConnection* bus = d.dbus_connection_open_private(address.c_str(), &error);
+    if (!bus) {
+        d.dbus_error_free(&error);
+        return 0;
+    }
+    d.dbus_connection_set_exit_on_disconnect(bus, FALSE);
+    int result = 0;
+    DBusMessage* call = nullptr;
+    DBusMessage* reply = nullptr;
+    do {
+        if (!d.dbus_bus_register(bus, &error) || !d.dbus_bus_name_has_owner(bus, kPortalName, &error)) break;
+        std::string sender = d.dbus_bus_get_unique_name(bus) + 1;  // ":1.42" -> "1_42"
+        for (char& c : sender)
+            if (c == '.') c = '_';
+        static std::atomic<unsigned> requests{0};
+        const std::string token = "kelvane" + std::to_string(::getpid()) + "_" + std::to_string(++requests);
+        std::string request = "/org/freedesktop/portal/desktop/request/" + sender + "/" + token;
+        std::string rule = "type='signal',interface='org.freedesktop.portal.Request',member='Response',path='" +
+                           request + "'";
+        d.dbus_bus_add_match(bus, rule.c_str(), &error);
+        d.dbus_bus_add_match(bus,
+                             "type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',"
+                             "member='NameOwnerChanged',arg0='org.freedesktop.portal.Desktop'",
+                             &error);
+        if (d.dbus_error_is_set(&error)) break;
+
+        call = d.dbus_message_new_method_call(kPortalName, "/org/freedesktop/portal/desktop",
+                                              "org.freedesktop.portal.FileChooser", "OpenFile");
+        if (!call) break;
+        DBusMessageIter args, dict;
+        const char* parent = "";
+        d.dbus_message_iter_init_append(call, &args);
+        d.dbus_message_iter_append_basic(&args, DBUS_TYPE_STRING, &parent);
+        d.dbus_message_iter_append_basic(&args, DBUS_TYPE_STRING, &title);
+        d.dbus_message_iter_open_container(&args, DBUS_TYPE_ARRAY, "{sv}", &dict);
+        appendStringOption(d, &dict, "handle_token", token.c_str());
+        appendBoolOption(d, &dict, "multiple", true);
+        appendBoolOption(d, &dict, "modal", true);
+        d.dbus_message_iter_close_container(&args, &dict);
+        reply = d.dbus_connection_send_with_reply_and_block(bus, call, DBUS_TIMEOUT_USE_DEFAULT, &error);
+        if (!reply) break;  // no file chooser there: try the next way
+
+        // An older portal may ignore the token: its request object is named in the reply.
+        DBusMessageIter out;
+        if (d.dbus_message_iter_init(reply, &out) && d.dbus_message_iter_get_arg_type(&out) == DBUS_TYPE_OBJECT_PATH) {
+            const char* handle = nullptr;
+            d.dbus_message_iter_get_basic(&out, &handle);
+            if (request != handle) {
+                request = handle;
+                rule = "type='signal',interface='org.freedesktop.portal.Request',member='Response',path='" + request +
+                       "'";
+                d.dbus_bus_add_match(bus, rule.c_str(), nullptr);
+            }
+        }
+
+        result = kDialogFailed;  // the portal is showing the dialog: wait for its answer
+        bool answered = false;
+        while (!answered && d.dbus_connection_read_write(bus, -1)) {
+            while (!answered) {
+                DBusMessage* message = d.dbus_connection_pop_message(bus);
+                if (!message) break;
+                const char* path = d.dbus_message_get_path(message);
+                if (d.dbus_message_is_signal(message, "org.freedesktop.portal.Request", "Response") && path &&
+                    request == path) {
+                    result = readResponse(d, message, paths);
+                    answered = true;
+                } else if (d.dbus_message_is_signal(message, "org.freedesktop.DBus", "NameOwnerChanged")) {
+                    answered = true;  // the portal went away: failed
+                }
+                d.dbus_message_unref(message);
+            }
+        }
+    } while (false);
+    if (reply) d.dbus_message_unref(reply);
+    if (call) d.dbus_message_unref(call);
+    d.dbus_error_free(&error);
+    d.dbus_connection_close(bus);
+    d.dbus_connection_unref(bus);
+    return result;
+}
+#endif
+
 }  // namespace
 
 int showOpenDialog(const char* title, std::vector<std::string>& paths) {
     paths.clear();
     if (!hasDisplay()) return kDialogUnavailable;
+#if KELVANE_WITH_PORTAL
+    if (int result = portalOpenDialog(title, paths); result != 0) return result;
+#endif
     for (const DialogProgram& dialog : kDialogPrograms) {
         std::string program = findProgram(dialog.name);
         if (!program.empty()) return runDialogProgram(dialog, program, title, paths);
