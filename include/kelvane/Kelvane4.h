@@ -73,10 +73,11 @@ KV_API float EmptyFolder(const char* text, double number, char* memBlock1, char*
 
 /* ---- The open-file dialog and the product page ---- */
 
-/* Shows a modal open dialog "Choose files to Gathermesh..." (several files, hidden files allowed)
-   and keeps the chosen paths for GetFilePath; returns their count, or the module value `answer`
-   (0 once a dialog has ended) when the dialog is cancelled. -1: no dialog can be shown (no
-   DISPLAY/WAYLAND_DISPLAY, or none of zenity, kdialog on PATH); -2: the dialog program failed. */
+/* Shows a modal open dialog "Choose files to Gathermesh..." (several files, hidden files allowed;
+   the desktop's file-chooser portal when one runs, else zenity, else kdialog) and keeps the
+   chosen paths for GetFilePath; returns their count, or the module value `answer` (0 once a
+   dialog has ended) when the dialog is cancelled. -1: no dialog can be shown (no DISPLAY or
+   WAYLAND_DISPLAY; no portal and neither program on PATH); -2: the dialog failed. */
 KV_API float GetOpenDialog(const char* text, double number, char* memBlock1, char* memBlock2);
 /* Copies path int(number) (1-based) of the last selection into memBlock1: at most 256 bytes,
    not NUL-terminated when the path has 256 bytes or more; 0, or -1719 for an index outside

@@ -334,7 +334,9 @@ int portalOpenDialog(const char* title, std::vector<std::string>& paths) {
     DBusMessage* reply = nullptr;
     do {
         if (!d.dbus_bus_register(bus, &error) || !d.dbus_bus_name_has_owner(bus, kPortalName, &error)) break;
-        std::string sender = d.dbus_bus_get_unique_name(bus) + 1;  // ":1.42" -> "1_42"
+        const char* unique = d.dbus_bus_get_unique_name(bus);
+        if (!unique || *unique != ':') break;
+        std::string sender = unique + 1;  // ":1.42" -> "1_42"
         for (char& c : sender)
             if (c == '.') c = '_';
         static std::atomic<unsigned> requests{0};
