@@ -4,6 +4,7 @@
 // reference list, file copy and the folder listing) follows the table.
 #include "kelvane/Kelvane4.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <iostream>
@@ -13,6 +14,7 @@
 #include "FileOps.h"
 #include "Kelvane4Priv.h"
 #include "PsdOps.h"
+#include "platform/Dialog.h"
 #include "util/convert.h"
 
 using kv::fromInt;
@@ -164,6 +166,18 @@ KV_EXPORT(MergePSDfiles, -1) { return mergePSD(text, memBlock1, toSingle(number)
 KV_EXPORT(HealPSDfiles, -1) { return mergeSeamlessPSD(text, memBlock1, number > 0); }
 
 KV_EXPORT(CreateThumbnail, -1) { return createThumb(text, toInt(number)); }
+// ---- The open-file dialog and the product page --------------------------------------------
+
+KV_EXPORT(GetOpenDialog, kv::platform::kDialogFailed) { return getOpenDialog(); }
+
+KV_EXPORT(GetFilePath, kErrIllegalIndex) { return fromInt(getFilePath(toInt(number), memBlock1)); }
+
+KV_EXPORT(ClearFileList, -1) {
+    clearFileList();
+    return 0;
+}
+
+KV_EXPORT(inPut, -1) { return fromInt(openProductPage()); }
 
 // ---- The work behind the frame's exports ------------------------------------------------
 
@@ -221,3 +235,38 @@ void Kelvane4::HelloWorld(const char* text) {
 }
 
 void Kelvane4Priv::HelloWorldPriv(const char* text) { std::cout << text << std::endl; }
+
+// ---- The open-file dialog and the product page: the work ----------------------------------
+
+void MyNavEventProc(long selector, int userAction) {
+    if (selector != kNavCBUserAction) return;
+    if (userAction == kv::platform::kUserActionCancel || userAction == kv::platform::kUserActionOpen) answer = 0;
+}
+
+float getOpenDialog() {
+    std::vector<std::string> chosen;
+    int action = kv::platform::showOpenDialog(kOpenDialogTitle, chosen);
+    if (action < 0) return fromInt(action);
+    MyNavEventProc(kNavCBUserAction, action);
+    if (action != kv::platform::kUserActionOpen || chosen.empty()) return answer;
+    docList = std::move(chosen);
+    return fromUint(static_cast<uint32_t>(docList.size()));
+}
+
+int getFilePath(int index, char* out) {
+    if (index < 1 || static_cast<size_t>(index) > docList.size()) return kErrIllegalIndex;
+    const std::string& path = docList[static_cast<size_t>(index) - 1];
+    if (!out) return 0;
+    const size_t n = std::min(path.size(), kFilePathBytes);
+    std::memcpy(out, path.data(), n);
+    if (n < kFilePathBytes) out[n] = '\0';  // a path of 256 bytes or more is left unterminated
+    return 0;
+}
+
+void clearFileList() { std::vector<std::string>().swap(docList); }
+
+int openProductPage() {
+    std::fflush(stdout);
+    std::cout.flush();
+    return kv::platform::openURL(KELVANE_PRODUCT_URL);
+}

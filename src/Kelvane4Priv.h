@@ -3,6 +3,7 @@
 
 #include <dirent.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -41,3 +42,19 @@ public:
 bool addTPoseRef(const char* name, uint32_t value, const char* data);
 const TPoseRef* findTPoseRef(const char* name);
 int fileCopyTo(const char* source, const char* destination);
+
+// The open-file dialog and the product page.
+constexpr const char* kOpenDialogTitle = "Choose files to Gathermesh...";
+constexpr long kNavCBUserAction = 12;   // the event callback's selector for a user action
+constexpr int kErrIllegalIndex = -1719;  // an index outside 1..count of docList
+constexpr size_t kFilePathBytes = 256;   // the most GetFilePath copies into memBlock1
+// The dialog's event callback: a user action that cancels or opens sets answer to 0.
+void MyNavEventProc(long selector, int userAction);
+// Shows the dialog; keeps a selection in docList and returns its size, answer when the dialog
+// ends without one, or the platform's negative code when none could be shown.
+float getOpenDialog();
+// Copies item index (1-based) of docList into out (see GetFilePath); 0 or kErrIllegalIndex.
+int getFilePath(int index, char* out);
+void clearFileList();
+// Flushes standard output and starts the default handler on the product page; 0 or -1.
+int openProductPage();

@@ -96,6 +96,23 @@ KV_API float HealPSDfiles(const char* text, double number, char* memBlock1, char
 /* RGB PSD text scaled into an int(number)-pixel black square at text minus extension + "_thumb.psd";
    0, -1..-4, -3 not RGB, -9 size outside 1..4096, -5. */
 KV_API float CreateThumbnail(const char* text, double number, char* memBlock1, char* memBlock2);
+/* ---- The open-file dialog and the product page ---- */
+
+/* Shows a modal open dialog "Choose files to Gathermesh..." (several files, hidden files allowed;
+   the desktop's file-chooser portal when one runs, else zenity, else kdialog) and keeps the
+   chosen paths for GetFilePath; returns their count, or the module value `answer` (0 once a
+   dialog has ended) when the dialog is cancelled. -1: no dialog can be shown (no DISPLAY or
+   WAYLAND_DISPLAY; no portal and neither program on PATH); -2: the dialog failed. */
+KV_API float GetOpenDialog(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Copies path int(number) (1-based) of the last selection into memBlock1: at most 256 bytes,
+   not NUL-terminated when the path has 256 bytes or more; 0, or -1719 for an index outside
+   1..count. (66666 and 1234, no file address / no text for the item, do not occur on Linux.) */
+KV_API float GetFilePath(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Drops the last selection; 0. */
+KV_API float ClearFileList(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Flushes standard output and starts the default handler (xdg-open, detached) on the product
+   web page set at build time (KELVANE_PRODUCT_URL); 0 when started, -1 when it could not be. */
+KV_API float inPut(const char* text, double number, char* memBlock1, char* memBlock2);
 
 #ifdef __cplusplus
 }

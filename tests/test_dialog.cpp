@@ -1,0 +1,172 @@
+// The open-file dialog's selection list and the product page, with stand-in dialog programs
+// and a stand-in xdg-open first on PATH. (The real dialog in a real window: gui_dialog.sh.)
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "Kelvane4Priv.h"
+#include "kelvane/Kelvane4.h"
+#include "testutil.h"
+
+namespace {
+
+// Sets (or, with nullopt, removes) an environment variable for the scope.
+struct EnvSet {
+    std::string name;
+    std::optional<std::string> old;
+    EnvSet(const char* n, std::optional<std::string> value) : name(n) {
+        if (const char* v = std::getenv(n)) old = v;
+        if (value) ::setenv(n, value->c_str(), 1);
+        else ::unsetenv(n);
+    }
+    ~EnvSet() {
+        if (old) ::setenv(name.c_str(), old->c_str(), 1);
+        else ::unsetenv(name.c_str());
+    }
+};
+
+void writeScript(const std::string& path, const std::string& body) {
+    kvtest::writeAll(path, "#!/bin/sh\n" + body);
+    ::chmod(path.c_str(), 0755);
+}
+
+float call(KelvaneFn fn, double number = 0, char* mem1 = nullptr) { return fn(nullptr, number, mem1, nullptr); }
+
+}  // namespace
+
+TEST(Dialog, GetFilePathCopiesAtMost256BytesAndChecksTheIndex) {
+    const std::string p255(255, 'a'), p256(256, 'b'), p300 = "/" + std::string(299, 'c');
+    docList = {"/models/left arm.obj", p255, p256, p300, "/tmp/pi\xC3\xA8" "ce.obj"};
+    char block[400];
+    for (double bad : {0.0, -1.0, 6.0, 0.9, double(NAN), 1e12}) {
+        std::memset(block, 'X', sizeof block);
+        EXPECT_EQ(call(GetFilePath, bad, block), -1719.0f) << bad;
+        EXPECT_EQ(block[0], 'X') << bad;
+    }
+    std::memset(block, 'X', sizeof block);
+    EXPECT_EQ(call(GetFilePath, 1.7, block), 0.0f);  // truncated to item 1
+    EXPECT_STREQ(block, "/models/left arm.obj");
+    EXPECT_EQ(call(GetFilePath, 5, block), 0.0f);
+    EXPECT_STREQ(block, "/tmp/pi\xC3\xA8" "ce.obj");  // the file system's bytes, unchanged
+
+    std::memset(block, 'X', sizeof block);
+    EXPECT_EQ(call(GetFilePath, 2, block), 0.0f);
+    EXPECT_EQ(std::string(block, 256), p255 + '\0');
+    for (int i : {3, 4}) {  // 256 bytes or more: exactly 256 bytes copied, no terminator
+        std::memset(block, 'X', sizeof block);
+        EXPECT_EQ(call(GetFilePath, i, block), 0.0f);
+        EXPECT_EQ(std::string(block, 256), docList[static_cast<size_t>(i) - 1].substr(0, 256));
+        EXPECT_EQ(block[256], 'X') << i;
+    }
+
+    EXPECT_EQ(call(ClearFileList), 0.0f);
+    EXPECT_EQ(call(GetFilePath, 1, block), -1719.0f);
+    EXPECT_EQ(call(ClearFileList), 0.0f);
+}
+
+TEST(Dialog, GetOpenDialogRunsTheFirstDialogProgramAndReadsItsAnswer) {
+    kvtest::TempDir dir;
+    EnvSet path("PATH", dir.path);  // the stand-ins only (the scripts use shell built-ins)
+    EnvSet wayland("WAYLAND_DISPLAY", std::nullopt);
+    docList = {"/earlier/choice.obj"};
+
+    {  // no display: nothing is run, nothing changes
+        EnvSet display("DISPLAY", std::nullopt);
+        writeScript(dir / "zenity", ": > '" + dir.path + "/ran'\n");
+        EXPECT_EQ(call(GetOpenDialog), -1.0f);
+        EXPECT_FALSE(kvtest::exists(dir / "ran"));
+    }
+    EnvSet display("DISPLAY", ":77");
+
+    // zenity: the title, several files, UTF-8 output; its paths are joined with "//".
+    writeScript(dir / "zenity",
+                "printf '%s\\n' \"$@\" \"LC_CTYPE=$LC_CTYPE\" > '" + dir.path +
+                    "/args'\n"
+                    "printf '/w/a b.obj///w/.hidden///w/pi\\303\\250ce.obj\\n'\n");
+    answer = 5;
+    EXPECT_EQ(call(GetOpenDialog), 3.0f);
+    EXPECT_EQ(answer, 0.0f);  // the dialog ended with "open"
+    EXPECT_EQ(docList, (std::vector<std::string>{"/w/a b.obj", "/w/.hidden", "/w/pi\xC3\xA8" "ce.obj"}));
+    EXPECT_EQ(kvtest::readAll(dir / "args"),
+              "--file-selection\n--multiple\n--title=Choose files to Gathermesh...\n--separator=//\n"
+              "LC_CTYPE=C.UTF-8\n");
+
+    // Cancelled: answer (set to 0 by the dialog's end) and the earlier selection is kept.
+    writeScript(dir / "zenity", "exit 1\n");
+    answer = 5;
+    EXPECT_EQ(call(GetOpenDialog), 0.0f);
+    EXPECT_EQ(docList.size(), 3u);
+    // Confirmed with nothing chosen: no valid selection either.
+    writeScript(dir / "zenity", "echo\n");
+    EXPECT_EQ(call(GetOpenDialog), 0.0f);
+    EXPECT_EQ(docList.size(), 3u);
+
+    // A dialog program that fails or dies: -2, answer untouched.
+    answer = 5;
+    for (const char* body : {"exit 5\n", "kill -9 $$\n"}) {
+        writeScript(dir / "zenity", body);
+        EXPECT_EQ(call(GetOpenDialog), -2.0f) << body;
+    }
+    EXPECT_EQ(answer, 5.0f);
+    answer = 0;
+
+    // Without zenity, kdialog: one path per line.
+    ::unlink((dir / "zenity").c_str());
+    writeScript(dir / "kdialog", "printf '%s ' \"$@\" > '" + dir.path +
+                                     "/args'\n"
+                                     "printf '/k/one.obj\\n/k/two words.obj\\n'\n");
+    EXPECT_EQ(call(GetOpenDialog), 2.0f);
+    EXPECT_EQ(docList, (std::vector<std::string>{"/k/one.obj", "/k/two words.obj"}));
+    EXPECT_EQ(kvtest::readAll(dir / "args"),
+              "--title Choose files to Gathermesh... --multiple --separate-output --getopenfilename ");
+
+    // Neither program: -1 at once.
+    ::unlink((dir / "kdialog").c_str());
+    EXPECT_EQ(call(GetOpenDialog), -1.0f);
+    EXPECT_EQ(call(ClearFileList), 0.0f);
+}
+
+TEST(Dialog, InPutFlushesStdoutAndHandsTheProductPageToXdgOpen) {
+    kvtest::TempDir dir;
+    writeScript(dir / "xdg-open", "printf '%s' \"$1\" > '" + dir.path + "/url.part' && mv '" + dir.path +
+                                      "/url.part' '" + dir.path + "/url'\n");
+    const std::string captured = dir / "stdout";
+    float result;
+    {
+        EnvSet path("PATH", dir.path + ":/usr/bin:/bin");
+        std::fflush(stdout);
+        int saved = ::dup(1);
+        int fd = ::open(captured.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        ASSERT_GE(fd, 0);
+        ::dup2(fd, 1);
+        ::close(fd);
+        std::printf("pending output");  // still in stdout's buffer
+        result = call(inPut);
+        std::string seen = kvtest::readAll(captured);
+        std::fflush(stdout);
+        ::dup2(saved, 1);
+        ::close(saved);
+        EXPECT_EQ(seen, "pending output");
+    }
+    EXPECT_EQ(result, 0.0f);
+    for (int i = 0; i < 100 && !kvtest::exists(dir / "url"); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(kvtest::readAll(dir / "url"), KELVANE_PRODUCT_URL);
+    int status;
+    EXPECT_EQ(::waitpid(-1, &status, WNOHANG), -1);  // detached: no child left to reap
+
+    EnvSet path("PATH", dir.path + "/none");
+    EXPECT_EQ(call(inPut), -1.0f);
+}
