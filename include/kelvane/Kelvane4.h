@@ -71,6 +71,29 @@ KV_API float CloseFolder(const char* text, double number, char* memBlock1, char*
 /* Deletes the dotted entries of folder text (a backslash is appended to the path unless it ends in one); 0 or -1. */
 KV_API float EmptyFolder(const char* text, double number, char* memBlock1, char* memBlock2);
 
+/* ---- OBJ processing: the polygroup list, append, splits and vertex transfer ---- */
+
+/* Adds group text with int(number) faces to the polygroup list; 0, -2 count <= 0, -1 null text. */
+KV_API float GroupListAdd(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Copies the name of group int(number) ("null" when out of range) into memBlock1; 0, -1 number <= -1. */
+KV_API float GroupListGetName(const char* text, double number, char* memBlock1, char* memBlock2);
+/* The number of groups in the list; -1 when it is empty. */
+KV_API float GroupListSize(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Replaces the list with the group list file text; 0, -3 cannot open, -9 null text. */
+KV_API float GroupListLoad(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Writes the list to the group list file text; 0, -1 empty list, -3 cannot write, -9 null text. */
+KV_API float GroupListSave(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Empties the list, the running face index and the face-count map; 0. */
+KV_API float GroupListClear(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Appends part text to combined memBlock1, indices shifted by int(number); vertices appended, -1, -2, -9. */
+KV_API float AppendOBJ(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Splits combined OBJ text by its "g" groups into vertex-line files in memBlock1's folder; 0, -1, -2, -3. */
+KV_API float SplitOBJ(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Splits combined OBJ text by its "g" groups into ".Vyt" vertex files in memBlock1's folder; 0, -1, -2, -3. */
+KV_API float SplitOBJtoVyx(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Appends the non-vertex, non-comment lines of mesh memBlock1 to vertex file text; 0, -2, -10, -20, -30. */
+KV_API float SwapVertices(const char* text, double number, char* memBlock1, char* memBlock2);
+
 #ifdef __cplusplus
 }
 #endif
