@@ -192,6 +192,36 @@ KV_EXPORT(SwapVertices, -2) {
     return static_cast<float>(LeanSwapVertsOBJ(text, memBlock1));
 }
 
+// ---- OBJ processing: splits driven by the polygroup list, face counts, unique names ------
+
+KV_EXPORT(ListSplitOBJtoOBJ, -2) {
+    if (!text || !memBlock1) return -2;
+    return static_cast<float>(ListSplitOBJ(text, memBlock1));
+}
+
+KV_EXPORT(ListSplitOBJtoVyx, -2) {
+    if (!text || !memBlock1) return -2;
+    return static_cast<float>(ListSplitVyx(text, memBlock1));
+}
+
+KV_EXPORT(CreateFacesList, -5) { return CreateGroupFacesList(); }
+
+KV_EXPORT(GetFaces, -1) {
+    if (!text) return -1;
+    return fromInt(getGroupFaces(text));
+}
+
+KV_EXPORT(CheckName, -1) {
+    if (!text) return -1;  // nothing to check; a null name is never handed out
+    copyOut(memBlock1, NameCheck(text).c_str());
+    return 0;
+}
+
+KV_EXPORT(ClearNameSet, -1) {
+    NameSetClear();
+    return 0;
+}
+
 // ---- The work behind the frame's exports ------------------------------------------------
 
 // Copies s into a fixed field, always NUL-terminated (longer texts are cut).

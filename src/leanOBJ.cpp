@@ -11,6 +11,7 @@
 #include "FileOps.h"
 #include "util/bytes.h"
 #include "util/fileio.h"
+#include "util/mapfile.h"
 #include "util/text.h"
 
 // Module state (exported data symbols).
@@ -79,16 +80,16 @@ const char* lineEnd(const char* p, const char* end) {
 
 // The vertex lines of a combined mesh and the vertex sets of its parts.
 struct SplitScan {
-    std::vector<char> buf;
+    kv::MappedFile file;
     std::vector<size_t> vertexStart;  // offset of each "v " line, in file order
     std::vector<IndexSet> sets;       // per part, the 1-based OBJ indices its faces use
     uint64_t indexLimit = 0;          // no valid index can exceed this (one vertex per line)
 
     std::string_view vertexLine(size_t k) const {
-        const char* p = buf.data() + vertexStart[k];
-        return {p, static_cast<size_t>(lineEnd(p, buf.data() + buf.size()) - p)};
+        const char* p = file.data() + vertexStart[k];
+        return {p, static_cast<size_t>(lineEnd(p, file.data() + file.size()) - p)};
     }
-    void add(size_t set, int32_t index) {
+    inline __attribute__((always_inline)) void add(size_t set, int32_t index) {
         if (index < 0 || uint64_t(index) > indexLimit) return;  // names no vertex line
         if (set >= sets.size()) sets.resize(set + 1);
         sets[set].insert(uint64_t(index));
@@ -96,22 +97,22 @@ struct SplitScan {
 };
 
 bool loadForSplit(const char* path, SplitScan& s) {
-    if (!kv::readFile(path, s.buf)) return false;
-    s.indexLimit = s.buf.size() / 2 + 1;
+    if (!s.file.open(path)) return false;
+    s.indexLimit = s.file.size() / 2 + 1;
     return true;
 }
 
 // Group-driven scan: the file's own "g" lines name the parts; a name met again continues its
 // part. names maps each name to its part number.
 void scanByGroups(SplitScan& s, std::map<std::string, int32_t, std::less<>>& names) {
-    kv::LineScanner lines(s.buf.data(), s.buf.size());
+    kv::LineScanner lines(s.file.data(), s.file.size());
     std::string scratch;
     std::string_view line;
     int32_t current = 0;
     while (lines.next(line)) {
         switch (obj::classify(line)) {
             case obj::LineKind::Vertex:
-                s.vertexStart.push_back(static_cast<size_t>(line.data() - s.buf.data()));
+                s.vertexStart.push_back(static_cast<size_t>(line.data() - s.file.data()));
                 break;
             case obj::LineKind::Group: {
                 std::string_view name = obj::rest(line);
@@ -130,7 +131,7 @@ void scanByGroups(SplitScan& s, std::map<std::string, int32_t, std::less<>>& nam
 
 // List-driven scan: faces are assigned to the records of groupsList by their face ranges.
 void scanByList(SplitScan& s) {
-    kv::LineScanner lines(s.buf.data(), s.buf.size());
+    kv::LineScanner lines(s.file.data(), s.file.size());
     std::string scratch;
     std::string_view line;
     size_t current = 0;
@@ -140,7 +141,7 @@ void scanByList(SplitScan& s) {
     while (lines.next(line)) {
         obj::LineKind kind = obj::classify(line);
         if (kind == obj::LineKind::Vertex) {
-            s.vertexStart.push_back(static_cast<size_t>(line.data() - s.buf.data()));
+            s.vertexStart.push_back(static_cast<size_t>(line.data() - s.file.data()));
         } else if (kind == obj::LineKind::Face) {
             ++face;
             if (face == currentEnd && current != last) currentEnd = groupsList[++current].endFace;

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <map>
 #include <set>
 #include <string>
@@ -133,20 +134,45 @@ void forEachInt(const char* p, const char* end, Fn&& fn) {
 template <typename Fn>
 void forEachFaceIndex(std::string_view line, std::string& scratch, Fn&& fn) {
     std::string_view text = rest(line);
-    if (text.find('/') == std::string_view::npos) {
-        forEachInt(text.data(), text.data() + text.size(), fn);
+    const char* p = text.data();
+    const char* end = p + text.size();
+    if (!std::memchr(p, '/', text.size())) {
+        forEachInt(p, end, fn);
         return;
     }
     // Each blank-separated token keeps its text before the first '/', followed by one blank.
+    // Fast path: while a token's kept text is a plain (signed) number, read it in place.
+    while (p < end) {
+        const char* t = p;
+        bool negative = false;
+        if (*t == '+' || *t == '-') negative = *t++ == '-';
+        const char* digits = t;
+        int64_t v = 0;
+        while (t < end && *t >= '0' && *t <= '9' && t - digits < 10) v = v * 10 + (*t++ - '0');
+        if (t == end || *t == '/' || *t == ' ') {
+            if (t == digits) {
+                if (t != p) return;  // a sign alone: the read fails
+            } else {
+                if (negative) v = -v;
+                if (v > INT32_MAX || v < INT32_MIN) return;
+                fn(static_cast<int32_t>(v));
+            }
+            while (t < end && *t != ' ') ++t;  // drop the rest of the token
+            p = t < end ? t + 1 : end;
+            continue;
+        }
+        break;  // anything else: reduce the rest of the line and read it as a stream would
+    }
+    if (p >= end) return;
     scratch.clear();
-    size_t i = 0;
-    while (i <= text.size()) {
-        size_t blank = text.find(' ', i);
-        if (blank == std::string_view::npos) blank = text.size();
-        std::string_view token = text.substr(i, blank - i);
-        scratch.append(token.substr(0, token.find('/')));
+    for (;;) {
+        const char* blank = static_cast<const char*>(std::memchr(p, ' ', static_cast<size_t>(end - p)));
+        const char* stop = blank ? blank : end;
+        const char* slash = static_cast<const char*>(std::memchr(p, '/', static_cast<size_t>(stop - p)));
+        scratch.append(p, slash ? slash : stop);
         scratch.push_back(' ');
-        i = blank + 1;
+        if (!blank) break;
+        p = blank + 1;
     }
     forEachInt(scratch.data(), scratch.data() + scratch.size(), fn);
 }

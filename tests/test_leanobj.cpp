@@ -55,7 +55,7 @@ std::string vytFile(const std::vector<vertexS>& vs) {
 
 // Lists the files of a folder, sorted.
 std::string listing(const std::string& dir) {
-    return kvtest::run("ls " + dir + " | tr '\\n' ' '");
+    return kvtest::run("LC_ALL=C ls " + dir + " | tr '\\n' ' '");
 }
 
 }  // namespace

@@ -94,6 +94,21 @@ KV_API float SplitOBJtoVyx(const char* text, double number, char* memBlock1, cha
 /* Appends the non-vertex, non-comment lines of mesh memBlock1 to vertex file text; 0, -2, -10, -20, -30. */
 KV_API float SwapVertices(const char* text, double number, char* memBlock1, char* memBlock2);
 
+/* ---- OBJ processing: splits driven by the polygroup list, face counts, unique names ---- */
+
+/* Splits combined OBJ text by the list's face ranges into vertex-line files "<name>.obj" in memBlock1's folder; 0, -1, -2, -3, -5. */
+KV_API float ListSplitOBJtoOBJ(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Splits combined OBJ text by the list's face ranges into vertex files "<name>.Vyt" in memBlock1's folder; 0, -1, -2, -3, -5. */
+KV_API float ListSplitOBJtoVyx(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Builds the group name -> face count map from the list; 0, -5 when the list is empty. */
+KV_API float CreateFacesList(const char* text, double number, char* memBlock1, char* memBlock2);
+/* The face count of group text; -1 when text is null, the map is empty or holds no such name. */
+KV_API float GetFaces(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Copies text, or the first free "<text>_copyN" when text was handed out before, into memBlock1; 0 (-1 null text). */
+KV_API float CheckName(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Forgets every name handed out by CheckName; 0. */
+KV_API float ClearNameSet(const char* text, double number, char* memBlock1, char* memBlock2);
+
 #ifdef __cplusplus
 }
 #endif
