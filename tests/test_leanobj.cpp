@@ -78,6 +78,10 @@ TEST(ObjRules, LineKindsFaceReductionAndNumbers) {
     EXPECT_EQ(faceIndices("f 5 +6 -7 x 8"), (V{5, 6, -7}));
     EXPECT_EQ(faceIndices("f 1.5 2"), (V{1}));         // the read stops inside "1.5"
     EXPECT_EQ(faceIndices("f 4294967297 1"), (V{}));   // out of range: the first read fails
+    EXPECT_EQ(faceIndices("f 3/1 4294967297/1 1/1"), (V{3}));
+    EXPECT_EQ(faceIndices("f 3/1 12345678901/1 1/1"), (V{3}));
+    EXPECT_EQ(faceIndices("f -/1 3/1"), (V{}));
+    EXPECT_EQ(faceIndices("f /1  +4/1 2\t5/1 6"), (V{4, 2, 5, 6}));
     EXPECT_EQ(faceIndices("f 2147483647 -2147483648"), (V{2147483647, INT32_MIN}));
     EXPECT_EQ(faceIndices("f 1/2 a/3 4/4"), (V{1}));
     EXPECT_EQ(faceIndices("f"), (V{}));

@@ -79,6 +79,17 @@ TEST(ListSplitOBJ, FaceRangesSharedVerticesAndCopies) {
     EXPECT_EQ(readAll(d2 / "A.obj"), "v 1 0 0\nv 2 0 0\r\nv 3 0 0\n");
     EXPECT_EQ(readAll(d2 / "C.obj"), "v 3 0 0\nv 4 0 0\nv 5 0 0 0.5\n");
 
+    // A record without faces takes the faces after it until its own end face is met again,
+    // which never happens: the next record gets nothing (as the face-range walk has it).
+    TempDir d4;
+    writeAll(d4 / "c.obj", kFourFaces);
+    std::string o4 = d4 / "x";
+    setList({{"P", 2}, {"Q", 0}, {"R", 2}});
+    EXPECT_EQ(ListSplitOBJ((d4 / "c.obj").c_str(), o4.data()), 0);
+    EXPECT_EQ(readAll(d4 / "P.obj"), "v 1 0 0\nv 2 0 0\r\nv 3 0 0\n");
+    EXPECT_EQ(readAll(d4 / "Q.obj"), "v 3 0 0\nv 4 0 0\nv 5 0 0 0.5\n");
+    EXPECT_EQ(readAll(d4 / "R.obj"), "");
+
     // Name order: "a/sub" sorts before "b" and fails (no such subfolder), so "b" is not written.
     TempDir d3;
     writeAll(d3 / "c.obj", kFourFaces);
