@@ -31,24 +31,32 @@ constexpr uint32_t kVertexFileTag = 10001;
 // parts of a combined mesh use contiguous index ranges, so each set stays about one bit per
 // vertex of its part; iteration is ascending.
 struct IndexSet {
-    uint64_t lo = 0;  // index of bit 0 of words[0], a multiple of 64
+    uint64_t lo = 0;     // index of bit 0 of words[0], a multiple of 64
+    uint64_t nbits = 0;  // words.size() * 64
     std::vector<uint64_t> words;
 
-    void insert(uint64_t i) {
+    inline __attribute__((always_inline)) void insert(uint64_t i) {
+        uint64_t off = i - lo;  // wraps to a huge value below lo
+        if (off >= nbits) [[unlikely]] {
+            grow(i);
+            off = i - lo;
+        }
+        words[static_cast<size_t>(off >> 6)] |= uint64_t(1) << (off & 63);
+    }
+
+    void grow(uint64_t i) {
         if (words.empty()) {
             lo = i & ~uint64_t(63);
             words.assign(1, 0);
         } else if (i < lo) {
             // Grow downwards at least by the current size, so that descending inserts stay linear.
-            uint64_t span = uint64_t(words.size()) * 64;
-            uint64_t newLo = std::min<uint64_t>(i & ~uint64_t(63), lo > span ? lo - span : 0);
+            uint64_t newLo = std::min<uint64_t>(i & ~uint64_t(63), lo > nbits ? lo - nbits : 0);
             words.insert(words.begin(), static_cast<size_t>((lo - newLo) / 64), 0);
             lo = newLo;
-        } else if (i - lo >= uint64_t(words.size()) * 64) {
+        } else {
             words.resize(static_cast<size_t>((i - lo) / 64 + 1));
         }
-        uint64_t off = i - lo;
-        words[static_cast<size_t>(off >> 6)] |= uint64_t(1) << (off & 63);
+        nbits = uint64_t(words.size()) * 64;
     }
 
     // Calls fn(index) for every index in [from, to], ascending.
@@ -89,10 +97,14 @@ struct SplitScan {
         const char* p = file.data() + vertexStart[k];
         return {p, static_cast<size_t>(lineEnd(p, file.data() + file.size()) - p)};
     }
-    inline __attribute__((always_inline)) void add(size_t set, int32_t index) {
-        if (index < 0 || uint64_t(index) > indexLimit) return;  // names no vertex line
-        if (set >= sets.size()) sets.resize(set + 1);
-        sets[set].insert(uint64_t(index));
+    // The set of part k, created when first needed.
+    IndexSet& set(size_t k) {
+        if (k >= sets.size()) sets.resize(k + 1);
+        return sets[k];
+    }
+    // Adds an OBJ index to a part's set, unless it can name no vertex line.
+    inline __attribute__((always_inline)) void add(IndexSet& set, int32_t index) const {
+        if (index >= 0 && uint64_t(index) <= indexLimit) set.insert(uint64_t(index));
     }
 };
 
@@ -109,6 +121,7 @@ void scanByGroups(SplitScan& s, std::map<std::string, int32_t, std::less<>>& nam
     std::string scratch;
     std::string_view line;
     int32_t current = 0;
+    IndexSet* set = &s.set(0);
     while (lines.next(line)) {
         switch (obj::classify(line)) {
             case obj::LineKind::Vertex:
@@ -119,10 +132,11 @@ void scanByGroups(SplitScan& s, std::map<std::string, int32_t, std::less<>>& nam
                 auto it = names.find(name);
                 if (it == names.end()) it = names.emplace(std::string(name), static_cast<int32_t>(names.size())).first;
                 current = it->second;
+                set = &s.set(size_t(current));
                 break;
             }
             case obj::LineKind::Face:
-                obj::forEachFaceIndex(line, scratch, [&](int32_t i) { s.add(size_t(current), i); });
+                obj::forEachFaceIndex(line, scratch, [&](int32_t i) { s.add(*set, i); });
                 break;
             default: break;
         }
@@ -138,6 +152,7 @@ void scanByList(SplitScan& s) {
     int32_t currentEnd = groupsList[0].endFace;
     int64_t face = -1;
     const size_t last = groupsList.size() - 1;
+    s.sets.resize(groupsList.size());
     while (lines.next(line)) {
         obj::LineKind kind = obj::classify(line);
         if (kind == obj::LineKind::Vertex) {
@@ -145,7 +160,7 @@ void scanByList(SplitScan& s) {
         } else if (kind == obj::LineKind::Face) {
             ++face;
             if (face == currentEnd && current != last) currentEnd = groupsList[++current].endFace;
-            obj::forEachFaceIndex(line, scratch, [&](int32_t i) { s.add(current, i); });
+            obj::forEachFaceIndex(line, scratch, [&](int32_t i) { s.add(s.sets[current], i); });
         }
     }
 }
@@ -154,18 +169,19 @@ void scanByList(SplitScan& s) {
 void buildVertexFile(const SplitScan& s, const IndexSet* set, std::vector<char>& out) {
     const uint64_t nV = s.vertexStart.size();
     const size_t n = set ? set->count(1, nV) : 0;
-    out.clear();
-    out.reserve(16 + 12 * n);
-    kv::appendU32BE(out, kVertexFileTag);
-    kv::appendU32BE(out, static_cast<uint32_t>(16 + 12 * n));
-    kv::appendU32BE(out, static_cast<uint32_t>(n));
-    kv::appendU32BE(out, 0);
+    out.assign(16 + 12 * n, 0);
+    char* p = out.data();
+    kv::putU32BE(p, kVertexFileTag);
+    kv::putU32BE(p + 4, static_cast<uint32_t>(16 + 12 * n));
+    kv::putU32BE(p + 8, static_cast<uint32_t>(n));
+    p += 16;
     if (!set) return;
     set->forEach(1, nV, [&](uint64_t i) {
         vertexS v = obj::parseVertex(s.vertexLine(static_cast<size_t>(i - 1)));
-        kv::appendF32BE(out, v.x);
-        kv::appendF32BE(out, v.y);
-        kv::appendF32BE(out, v.z);
+        kv::putF32BE(p, v.x);
+        kv::putF32BE(p + 4, v.y);
+        kv::putF32BE(p + 8, v.z);
+        p += 12;
     });
 }
 
@@ -191,6 +207,37 @@ void setName(groupID& g, std::string_view name) {
 
 namespace obj {
 
+namespace {
+
+// The common short decimal ("-0.123456"): when its digits form an integer m below 2^24 and it
+// has at most 10 fraction digits, m and 10^k are exact floats and one float division gives
+// the correctly rounded value, the same as from_chars. Null for anything else.
+const char* parseFastFloat(const char* p, const char* end, float& out) {
+    static constexpr float kPow10[] = {1e0f, 1e1f, 1e2f, 1e3f, 1e4f, 1e5f, 1e6f, 1e7f, 1e8f, 1e9f, 1e10f};
+    const bool negative = p < end && *p == '-';
+    if (negative) ++p;
+    uint64_t m = 0;
+    int digits = 0, fraction = -1;
+    for (; p < end; ++p) {
+        if (*p >= '0' && *p <= '9') {
+            if (++digits > 18) return nullptr;
+            m = m * 10 + uint64_t(*p - '0');
+            if (fraction >= 0) ++fraction;
+        } else if (*p == '.' && fraction < 0) {
+            fraction = 0;
+        } else {
+            break;
+        }
+    }
+    if (digits == 0 || m > (uint64_t(1) << 24) || fraction > 10) return nullptr;
+    if (p < end && !isSpace(*p)) return nullptr;  // an exponent or anything unusual
+    float v = static_cast<float>(m) / kPow10[fraction > 0 ? fraction : 0];
+    out = negative ? -v : v;
+    return p;
+}
+
+}  // namespace
+
 vertexS parseVertex(std::string_view line) {
     const char* p = line.data();
     const char* end = p + line.size();
@@ -202,11 +249,15 @@ vertexS parseVertex(std::string_view line) {
         const char* q = p;
         if (q < end && *q == '+') ++q;  // stream extraction takes a leading '+'; from_chars does not
         if (q == end || !((*q >= '0' && *q <= '9') || *q == '.' || (*q == '-' && q == p))) break;
-        float v = 0;
-        auto r = std::from_chars(q, end, v);
-        if (r.ec != std::errc()) break;
-        c = v;
-        p = r.ptr;
+        const char* stop = parseFastFloat(q, end, c);
+        if (!stop) {
+            float v = 0;
+            auto r = std::from_chars(q, end, v);
+            if (r.ec != std::errc()) break;
+            c = v;
+            stop = r.ptr;
+        }
+        p = stop;
     }
     return {xyz[0], xyz[1], xyz[2]};
 }

@@ -3,6 +3,7 @@
 // vertex transfer back into the parts, the face-count map and the unique-name check.
 #pragma once
 
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <map>
@@ -58,6 +59,22 @@ inline std::string_view rest(std::string_view line) { return line.size() > 2 ? l
 
 // Reads whitespace-separated decimal integers the way stream extraction into an int does
 // (optional sign, digits; a failed or out-of-range read ends the list) and hands each to fn.
+// The first blank at or after p, or end. Eight bytes at a time where the buffer allows.
+inline const char* findBlank(const char* p, const char* end) {
+    if constexpr (std::endian::native == std::endian::little) {
+        while (end - p >= 8) {
+            uint64_t w;
+            std::memcpy(&w, p, 8);
+            const uint64_t x = w ^ 0x2020202020202020ull;  // blank bytes become zero
+            const uint64_t z = (x - 0x0101010101010101ull) & ~x & 0x8080808080808080ull;
+            if (z) return p + std::countr_zero(z) / 8;  // the lowest flagged byte is exact
+            p += 8;
+        }
+    }
+    while (p < end && *p != ' ') ++p;
+    return p;
+}
+
 template <typename Fn>
 void forEachInt(const char* p, const char* end, Fn&& fn);
 
@@ -157,7 +174,7 @@ void forEachFaceIndex(std::string_view line, std::string& scratch, Fn&& fn) {
                 if (v > INT32_MAX || v < INT32_MIN) return;
                 fn(static_cast<int32_t>(v));
             }
-            while (t < end && *t != ' ') ++t;  // drop the rest of the token
+            t = findBlank(t, end);  // drop the rest of the token
             p = t < end ? t + 1 : end;
             continue;
         }

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <bit>
+#include <charconv>
 #include <cmath>
 #include <cstring>
 #include <filesystem>
@@ -15,6 +17,7 @@
 #include "leanOBJ.h"
 #include "testutil.h"
 #include "util/bytes.h"
+#include "util/text.h"
 
 using kvtest::exists;
 using kvtest::readAll;
@@ -446,4 +449,37 @@ TEST(PosingRound, RandomPartsRoundTrip) {
         }
     }
     clearGroupsList();
+}
+
+// The line scanner finds line feeds 64 bytes at a time, the vertex reader has a fast path for
+// short decimals: both against plain references on random input.
+TEST(ObjRules, ScannerAndNumberFastPathsMatchReferences) {
+    std::mt19937 rng(77);
+    for (int round = 0; round < 300; ++round) {
+        std::string buf(rng() % 300, 'x');
+        for (char& c : buf) c = "ab\n\r v"[rng() % (round % 2 ? 6 : 3)];
+        std::vector<std::string> want;
+        for (size_t at = 0; at < buf.size();) {
+            size_t nl = buf.find('\n', at);
+            if (nl == std::string::npos) nl = buf.size();
+            want.push_back(buf.substr(at, nl - at));
+            at = nl + 1;
+        }
+        std::vector<std::string> got;
+        kv::LineScanner lines(buf.data(), buf.size());
+        for (std::string_view l; lines.next(l);) got.emplace_back(l);
+        ASSERT_EQ(got, want) << round;
+    }
+    for (int round = 0; round < 20000; ++round) {
+        char text[64];
+        const int digits = 1 + int(rng() % 9);
+        std::snprintf(text, sizeof text, "%s%.*f", rng() % 2 ? "-" : "", int(rng() % 8),
+                      double(rng() % 1000000000) / std::pow(10.0, digits));
+        float want = 0;
+        const char* end = text + std::strlen(text);
+        std::from_chars(text, end, want);
+        vertexS v = obj::parseVertex(std::string("v ") + text + " " + text + "\t" + text + "\r");
+        ASSERT_EQ(std::bit_cast<uint32_t>(v.x), std::bit_cast<uint32_t>(want)) << text;
+        ASSERT_EQ(std::bit_cast<uint32_t>(v.z), std::bit_cast<uint32_t>(want)) << text;
+    }
 }
