@@ -34,8 +34,8 @@ int main(int argc, char** argv) {
     const int parts = argc > 3 ? std::atoi(argv[3]) : 24;
     FILE* out = std::fopen(argv[1], "wb");
     if (!out) return 1;
-    // About 150 bytes of text per grid vertex (v, vt, vn and one face's share).
-    const long perPart = static_cast<long>(target / 150 / parts) + 4;
+    // About 177 bytes of text per grid vertex (v, vt, vn and one face's share).
+    const long perPart = static_cast<long>(target / 177 / parts) + 4;
     const long cols = 256, rows = perPart / cols + 2;
     std::string s;
     s.reserve(1 << 24);
