@@ -151,6 +151,7 @@ void forEachInt(const char* p, const char* end, Fn&& fn) {
 template <typename Fn>
 void forEachFaceIndex(std::string_view line, std::string& scratch, Fn&& fn) {
     std::string_view text = rest(line);
+    if (text.empty()) return;
     const char* p = text.data();
     const char* end = p + text.size();
     if (!std::memchr(p, '/', text.size())) {
