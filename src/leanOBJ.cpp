@@ -89,14 +89,21 @@ const char* lineEnd(const char* p, const char* end) {
 // The vertex lines of a combined mesh and the vertex sets of its parts.
 struct SplitScan {
     kv::MappedFile file;
-    std::vector<size_t> vertexStart;  // offset of each "v " line, in file order
-    std::vector<IndexSet> sets;       // per part, the 1-based OBJ indices its faces use
-    uint64_t indexLimit = 0;          // no valid index can exceed this (one vertex per line)
+    std::vector<uint64_t> vertexLines;  // each "v " line: offset << 16 | length (0xFFFF: longer)
+    std::vector<IndexSet> sets;         // per part, the 1-based OBJ indices its faces use
+    uint64_t indexLimit = 0;            // no valid index can exceed this (one vertex per line)
 
-    std::string_view vertexLine(size_t k) const {
-        const char* p = file.data() + vertexStart[k];
-        return {p, static_cast<size_t>(lineEnd(p, file.data() + file.size()) - p)};
+    void addVertexLine(std::string_view line) {
+        const uint64_t offset = static_cast<uint64_t>(line.data() - file.data());
+        vertexLines.push_back(offset << 16 | std::min<uint64_t>(line.size(), 0xFFFF));
     }
+    std::string_view vertexLine(size_t k) const {
+        const char* p = file.data() + (vertexLines[k] >> 16);
+        size_t n = vertexLines[k] & 0xFFFF;
+        if (n == 0xFFFF) n = static_cast<size_t>(lineEnd(p, file.data() + file.size()) - p);
+        return {p, n};
+    }
+
     // The set of part k, created when first needed.
     IndexSet& set(size_t k) {
         if (k >= sets.size()) sets.resize(k + 1);
@@ -125,7 +132,7 @@ void scanByGroups(SplitScan& s, std::map<std::string, int32_t, std::less<>>& nam
     while (lines.next(line)) {
         switch (obj::classify(line)) {
             case obj::LineKind::Vertex:
-                s.vertexStart.push_back(static_cast<size_t>(line.data() - s.file.data()));
+                s.addVertexLine(line);
                 break;
             case obj::LineKind::Group: {
                 std::string_view name = obj::rest(line);
@@ -156,7 +163,7 @@ void scanByList(SplitScan& s) {
     while (lines.next(line)) {
         obj::LineKind kind = obj::classify(line);
         if (kind == obj::LineKind::Vertex) {
-            s.vertexStart.push_back(static_cast<size_t>(line.data() - s.file.data()));
+            s.addVertexLine(line);
         } else if (kind == obj::LineKind::Face) {
             ++face;
             if (face == currentEnd && current != last) currentEnd = groupsList[++current].endFace;
@@ -167,7 +174,7 @@ void scanByList(SplitScan& s) {
 
 // Appends a vertex file (head + big-endian positions) for the given 1-based indices.
 void buildVertexFile(const SplitScan& s, const IndexSet* set, std::vector<char>& out) {
-    const uint64_t nV = s.vertexStart.size();
+    const uint64_t nV = s.vertexLines.size();
     const size_t n = set ? set->count(1, nV) : 0;
     out.assign(16 + 12 * n, 0);
     char* p = out.data();
@@ -188,10 +195,18 @@ void buildVertexFile(const SplitScan& s, const IndexSet* set, std::vector<char>&
 // Appends the verbatim vertex lines for the 1-based indices in [from, nV]; index 0 is the
 // placeholder line.
 void buildVertexLines(const SplitScan& s, const IndexSet& set, uint64_t from, std::vector<char>& out) {
-    out.clear();
-    set.forEach(from, s.vertexStart.size(), [&](uint64_t i) {
-        kv::append(out, i == 0 ? std::string_view(kPlaceholder) : s.vertexLine(static_cast<size_t>(i - 1)));
-        out.push_back('\n');
+    const uint64_t nV = s.vertexLines.size();
+    size_t bytes = 0;
+    set.forEach(from, nV, [&](uint64_t i) {
+        bytes += (i == 0 ? std::strlen(kPlaceholder) : s.vertexLine(static_cast<size_t>(i - 1)).size()) + 1;
+    });
+    out.resize(bytes);
+    char* p = out.data();
+    set.forEach(from, nV, [&](uint64_t i) {
+        std::string_view line = i == 0 ? std::string_view(kPlaceholder) : s.vertexLine(static_cast<size_t>(i - 1));
+        std::memcpy(p, line.data(), line.size());
+        p[line.size()] = '\n';
+        p += line.size() + 1;
     });
 }
 
@@ -352,7 +367,7 @@ double LeanSplitOBJ(const char* objPath, char* outPath) {
         const IndexSet& set = size_t(number) < s.sets.size() ? s.sets[size_t(number)] : empty;
         buildVertexLines(s, set, 0, out);
         if (out.empty()) return -2;
-        const size_t count = set.count(0, s.vertexStart.size());
+        const size_t count = set.count(0, s.vertexLines.size());
         std::string path = obj::freeName(folder + std::to_string(count), ".obj");
         if (!kv::writeFile(path.c_str(), out.data(), out.size())) return -3;
     }

@@ -272,6 +272,11 @@ TEST(SplitOBJ, FilesNamedByVertexCountWithVerbatimLines) {
     std::string out3 = d3 / "o";
     EXPECT_EQ(LeanSplitOBJ((d3 / "in.obj").c_str(), out3.data()), 0);
     EXPECT_EQ(listing(d3.path), "in.obj ");
+    // Vertex lines of any length are copied whole.
+    const std::string longLine = "v 1 2 3" + std::string(70000, ' ') + "4";
+    writeAll(d3 / "long.obj", longLine + "\nv 5 6 7\ng L\nf 2 1\n");
+    EXPECT_EQ(LeanSplitOBJ((d3 / "long.obj").c_str(), out3.data()), 0);
+    EXPECT_EQ(readAll(d3 / "2.obj"), longLine + "\nv 5 6 7\n");
 }
 
 TEST(SplitOBJtoVyx, VertexFilesNamedByGroup) {
