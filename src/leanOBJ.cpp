@@ -224,11 +224,14 @@ namespace obj {
 
 namespace {
 
-// The common short decimal ("-0.123456"): when its digits form an integer m below 2^24 and it
-// has at most 10 fraction digits, m and 10^k are exact floats and one float division gives
-// the correctly rounded value, the same as from_chars. Null for anything else.
+// The common plain decimal ("-12.345678"): when its digits form an integer m below 2^53 and it
+// has at most 22 fraction digits, m and 10^k are exact doubles and one division gives the
+// correctly rounded double. Rounding that to float gives the correctly rounded float unless
+// the double lies exactly halfway between two floats; that case, and any other form (an
+// exponent, more digits), returns null for the general parser.
 const char* parseFastFloat(const char* p, const char* end, float& out) {
-    static constexpr float kPow10[] = {1e0f, 1e1f, 1e2f, 1e3f, 1e4f, 1e5f, 1e6f, 1e7f, 1e8f, 1e9f, 1e10f};
+    static constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                                        1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
     const bool negative = p < end && *p == '-';
     if (negative) ++p;
     uint64_t m = 0;
@@ -244,9 +247,11 @@ const char* parseFastFloat(const char* p, const char* end, float& out) {
             break;
         }
     }
-    if (digits == 0 || m > (uint64_t(1) << 24) || fraction > 10) return nullptr;
+    if (digits == 0 || m >= (uint64_t(1) << 53) || fraction > 22) return nullptr;
     if (p < end && !isSpace(*p)) return nullptr;  // an exponent or anything unusual
-    float v = static_cast<float>(m) / kPow10[fraction > 0 ? fraction : 0];
+    const double d = static_cast<double>(m) / kPow10[fraction > 0 ? fraction : 0];
+    if ((std::bit_cast<uint64_t>(d) & 0x1FFFFFFF) == 0x10000000) return nullptr;  // halfway between floats
+    const float v = static_cast<float>(d);
     out = negative ? -v : v;
     return p;
 }

@@ -475,11 +475,19 @@ TEST(ObjRules, ScannerAndNumberFastPathsMatchReferences) {
         for (std::string_view l; lines.next(l);) got.emplace_back(l);
         ASSERT_EQ(got, want) << round;
     }
+    // Decimals at, just above and just below the halfway point between two floats.
+    for (const char* text : {"16777217", "16777219", "-16777217.0", "16777217.00000001", "16777216.99999999",
+                             "0.1", "3.4028235e38", "1e-3", "0.000000000000000000001", "123456789012345678901"}) {
+        float want = 0;
+        std::from_chars(text, text + std::strlen(text), want);
+        vertexS v = obj::parseVertex(std::string("v ") + text + " 0 0");
+        EXPECT_EQ(std::bit_cast<uint32_t>(v.x), std::bit_cast<uint32_t>(want)) << text;
+    }
     for (int round = 0; round < 20000; ++round) {
         char text[64];
-        const int digits = 1 + int(rng() % 9);
-        std::snprintf(text, sizeof text, "%s%.*f", rng() % 2 ? "-" : "", int(rng() % 8),
-                      double(rng() % 1000000000) / std::pow(10.0, digits));
+        const int digits = 1 + int(rng() % 12);
+        std::snprintf(text, sizeof text, "%s%.*f", rng() % 2 ? "-" : "", int(rng() % 12),
+                      double(uint64_t(rng()) * rng() % 100000000000000ull) / std::pow(10.0, digits));
         float want = 0;
         const char* end = text + std::strlen(text);
         std::from_chars(text, end, want);
