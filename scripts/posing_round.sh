@@ -15,9 +15,9 @@ parts=$(ls "$root"/examples/model/*.obj | wc -l)
 checks=$(grep -c '^  ok  ' round.log || true)
 echo
 echo "== Summary"
-echo "parts:          $parts ($(cd "$root/examples/model" && ls *.obj | sed 's/\.obj$//' | tr '\n' ' '))"
+echo "parts:          $parts ($(cd "$root/examples/model" && LC_ALL=C ls *.obj | sed 's/\.obj$//' | paste -sd' '))"
 echo "combined mesh:  $(grep -c '^v ' combined.obj) vertices, $(grep -c '^f' combined.obj) faces, $(grep -c '^g' combined.obj) group lines"
 parts_out=$(LC_ALL=C ls *.obj | grep -vxE 'combined.obj|posed.obj')
-echo "files written:  $(echo "$parts_out" | wc -l) posed parts ($(echo $parts_out)), $(ls *.Vyt | wc -l) vertex files ($(LC_ALL=C ls *.Vyt | tr '\n' ' '))"
+echo "files written:  $(echo "$parts_out" | wc -l) posed parts ($(echo $parts_out)), $(ls *.Vyt | wc -l) vertex files ($(LC_ALL=C ls *.Vyt | paste -sd' '))"
 echo "checks passed:  $checks of $parts parts"
 [ "$checks" -eq "$parts" ]

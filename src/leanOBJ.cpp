@@ -27,50 +27,100 @@ namespace {
 constexpr const char* kPlaceholder = "#start of vector";
 constexpr uint32_t kVertexFileTag = 10001;
 
-// A set of vertex indices held as a bit set over the range the set has seen so far. The
+// A set of vertex indices. Normally a bit set over the range the set has seen so far: the
 // parts of a combined mesh use contiguous index ranges, so each set stays about one bit per
-// vertex of its part; iteration is ascending.
+// vertex of its part. All sets of one split draw their bit sets from a shared byte budget;
+// a set whose range would overdraw it (faces that jump across the whole mesh) turns into a
+// sorted list instead, so that memory stays bounded by the input whatever it holds.
+// finish() must be called before iteration, which is ascending.
 struct IndexSet {
     uint64_t lo = 0;     // index of bit 0 of words[0], a multiple of 64
     uint64_t nbits = 0;  // words.size() * 64
     std::vector<uint64_t> words;
+    bool sparse = false;
+    std::vector<uint64_t> list;  // the sparse form: indices, sorted and unique up to `unique`
+    size_t unique = 0;
 
-    inline __attribute__((always_inline)) void insert(uint64_t i) {
+    inline __attribute__((always_inline)) void insert(uint64_t i, uint64_t& budget) {
         uint64_t off = i - lo;  // wraps to a huge value below lo
         if (off >= nbits) [[unlikely]] {
-            grow(i);
+            if (sparse || !grow(i, budget)) {
+                listInsert(i);
+                return;
+            }
             off = i - lo;
         }
         words[static_cast<size_t>(off >> 6)] |= uint64_t(1) << (off & 63);
     }
 
-    void grow(uint64_t i) {
+    // Widens the bit set to cover i; false (and the set becomes a list) when over budget.
+    bool grow(uint64_t i, uint64_t& budget) {
+        uint64_t newLo = lo, newWords;
         if (words.empty()) {
-            lo = i & ~uint64_t(63);
-            words.assign(1, 0);
+            newLo = i & ~uint64_t(63);
+            newWords = 1;
         } else if (i < lo) {
             // Grow downwards at least by the current size, so that descending inserts stay linear.
-            uint64_t newLo = std::min<uint64_t>(i & ~uint64_t(63), lo > nbits ? lo - nbits : 0);
-            words.insert(words.begin(), static_cast<size_t>((lo - newLo) / 64), 0);
-            lo = newLo;
+            newLo = std::min<uint64_t>(i & ~uint64_t(63), lo > nbits ? lo - nbits : 0);
+            newWords = words.size() + (lo - newLo) / 64;
         } else {
-            words.resize(static_cast<size_t>((i - lo) / 64 + 1));
+            newWords = (i - lo) / 64 + 1;
         }
+        const uint64_t cost = (newWords - words.size()) * 8;
+        if (cost > budget) {
+            toList();
+            return false;
+        }
+        budget -= cost;
+        if (newLo < lo) words.insert(words.begin(), static_cast<size_t>((lo - newLo) / 64), 0);
+        else words.resize(static_cast<size_t>(newWords));
+        lo = newLo;
         nbits = uint64_t(words.size()) * 64;
+        return true;
+    }
+
+    void toList() {
+        forEachBit([&](uint64_t i) { list.push_back(i); });
+        unique = list.size();
+        words = {};
+        nbits = 0;
+        lo = 0;
+        sparse = true;
+    }
+
+    void listInsert(uint64_t i) {
+        list.push_back(i);
+        if (list.size() >= 2 * unique + 4096) compact();  // duplicates never more than double it
+    }
+
+    void compact() {
+        std::sort(list.begin(), list.end());
+        list.erase(std::unique(list.begin(), list.end()), list.end());
+        unique = list.size();
+    }
+
+    void finish() {
+        if (sparse) compact();
+    }
+
+    template <typename Fn>
+    void forEachBit(Fn&& fn) const {
+        for (size_t w = 0; w < words.size(); ++w)
+            for (uint64_t bits = words[w]; bits; bits &= bits - 1)
+                fn(lo + uint64_t(w) * 64 + uint64_t(std::countr_zero(bits)));
     }
 
     // Calls fn(index) for every index in [from, to], ascending.
     template <typename Fn>
     void forEach(uint64_t from, uint64_t to, Fn&& fn) const {
-        for (size_t w = 0; w < words.size(); ++w) {
-            uint64_t bits = words[w];
-            while (bits) {
-                uint64_t i = lo + uint64_t(w) * 64 + uint64_t(std::countr_zero(bits));
-                bits &= bits - 1;
-                if (i > to) return;
-                if (i >= from) fn(i);
-            }
+        if (sparse) {
+            for (uint64_t i : list)
+                if (i >= from && i <= to) fn(i);
+            return;
         }
+        forEachBit([&](uint64_t i) {
+            if (i >= from && i <= to) fn(i);
+        });
     }
 
     size_t count(uint64_t from, uint64_t to) const {
@@ -92,6 +142,7 @@ struct SplitScan {
     std::vector<uint64_t> vertexLines;  // each "v " line: offset << 16 | length (0xFFFF: longer)
     std::vector<IndexSet> sets;         // per part, the 1-based OBJ indices its faces use
     uint64_t indexLimit = 0;            // no valid index can exceed this (one vertex per line)
+    uint64_t bitBudget = 0;             // bytes the bit sets may still take
 
     void addVertexLine(std::string_view line) {
         const uint64_t offset = static_cast<uint64_t>(line.data() - file.data());
@@ -110,14 +161,18 @@ struct SplitScan {
         return sets[k];
     }
     // Adds an OBJ index to a part's set, unless it can name no vertex line.
-    inline __attribute__((always_inline)) void add(IndexSet& set, int32_t index) const {
-        if (index >= 0 && uint64_t(index) <= indexLimit) set.insert(uint64_t(index));
+    inline __attribute__((always_inline)) void add(IndexSet& set, int32_t index) {
+        if (index >= 0 && uint64_t(index) <= indexLimit) set.insert(uint64_t(index), bitBudget);
+    }
+    void finish() {
+        for (IndexSet& set : sets) set.finish();
     }
 };
 
 bool loadForSplit(const char* path, SplitScan& s) {
     if (!s.file.open(path)) return false;
     s.indexLimit = s.file.size() / 2 + 1;
+    s.bitBudget = s.file.size() / 4 + (uint64_t(1) << 20);
     return true;
 }
 
@@ -365,6 +420,7 @@ double LeanSplitOBJ(const char* objPath, char* outPath) {
     if (!loadForSplit(objPath, s)) return -1;
     std::map<std::string, int32_t, std::less<>> names;
     scanByGroups(s, names);
+    s.finish();
     const std::string folder = FileNameExtract(outPath, 1);
     const IndexSet empty;
     std::vector<char> out;
@@ -384,6 +440,7 @@ double LeanSplitVyx(const char* objPath, char* outPath) {
     if (!loadForSplit(objPath, s)) return -1;
     std::map<std::string, int32_t, std::less<>> names;
     scanByGroups(s, names);
+    s.finish();
     std::vector<char> out;
     std::string base;
     for (const auto& [name, number] : names) {
@@ -509,6 +566,7 @@ double ListSplitOBJ(const char* objPath, char* outPath) {
     SplitScan s;
     if (!loadForSplit(objPath, s)) return -1;
     scanByList(s);
+    s.finish();
     const IndexSet empty;
     std::vector<char> out;
     std::string base;
@@ -527,6 +585,7 @@ double ListSplitVyx(const char* objPath, char* outPath) {
     SplitScan s;
     if (!loadForSplit(objPath, s)) return -1;
     scanByList(s);
+    s.finish();
     std::vector<char> out;
     std::string base;
     for (const auto& [name, k] : index) {

@@ -313,6 +313,26 @@ TEST(SplitOBJtoVyx, VertexFilesNamedByGroup) {
     EXPECT_EQ(call(SplitOBJtoVyx, nullptr, 0, o2.data()), -2);
 }
 
+// Faces that span the whole mesh in every group: the vertex sets must stay correct when they
+// outgrow their bit sets and fall back to sorted lists (with many duplicates, descending order).
+TEST(SplitOBJtoVyx, GroupsSpanningTheWholeMesh) {
+    TempDir dir;
+    const int n = 200000;
+    std::string text;
+    for (int i = 1; i < n; ++i) text += "v 1 1 1\n";
+    text += "v 9 9 9\n";
+    for (int g = 0; g < 100; ++g) text += "g g" + std::to_string(100 + g) + "\nf 1 " + std::to_string(n) + "\n";
+    text += "g zz\nf " + std::to_string(n) + " 100 3\n";
+    for (int f = 0; f < 5000; ++f) text += "f 2 3 1\n";
+    text += "g g100\nf " + std::to_string(n) + "\n";  // continues the first group
+    writeAll(dir / "wide.obj", text);
+    std::string out = dir / "o";
+    ASSERT_EQ(LeanSplitVyx((dir / "wide.obj").c_str(), out.data()), 0);
+    for (int g = 0; g < 100; ++g)
+        ASSERT_EQ(readAll(dir / ("g" + std::to_string(100 + g) + ".Vyt")), vytFile({{1, 1, 1}, {9, 9, 9}})) << g;
+    EXPECT_EQ(readAll(dir / "zz.Vyt"), vytFile({{1, 1, 1}, {1, 1, 1}, {1, 1, 1}, {1, 1, 1}, {9, 9, 9}}));
+}
+
 TEST(SwapVertices, CubeTransferAndFailures) {
     TempDir dir;
     std::string newV;
