@@ -15,6 +15,7 @@
 #include "Kelvane4Priv.h"
 #include "PsdOps.h"
 #include "platform/Dialog.h"
+#include "leanOBJ.h"
 #include "util/convert.h"
 
 using kv::fromInt;
@@ -178,6 +179,88 @@ KV_EXPORT(ClearFileList, -1) {
 }
 
 KV_EXPORT(inPut, -1) { return fromInt(openProductPage()); }
+// ---- OBJ processing: the polygroup list, append, splits and vertex transfer -------------
+
+KV_EXPORT(GroupListAdd, -1) {
+    const int32_t count = toInt(number);
+    if (count <= 0) return -2;
+    if (!text) return -1;
+    addToGroupsList(text, count);
+    return 0;
+}
+
+KV_EXPORT(GroupListGetName, -1) {
+    if (!(number > -1)) return -1;
+    copyOut(memBlock1, getGroupName(toInt(number)).c_str());
+    return 0;
+}
+
+KV_EXPORT(GroupListSize, -1) { return getGroupsListSize(); }
+
+KV_EXPORT(GroupListLoad, -9) {
+    if (!text) return -9;
+    return fromInt(loadGroupsList(text));
+}
+
+KV_EXPORT(GroupListSave, -9) {
+    if (!text) return -9;
+    return fromInt(saveGroupsList(text));
+}
+
+KV_EXPORT(GroupListClear, -1) {
+    clearGroupsList();
+    return 0;
+}
+
+KV_EXPORT(AppendOBJ, -9) {
+    if (!text || !memBlock1) return -9;
+    return static_cast<float>(LeanAddGroupOBJ(text, memBlock1, toInt(number)));
+}
+
+KV_EXPORT(SplitOBJ, -2) {
+    if (!text || !memBlock1) return -2;
+    return static_cast<float>(LeanSplitOBJ(text, memBlock1));
+}
+
+KV_EXPORT(SplitOBJtoVyx, -2) {
+    if (!text || !memBlock1) return -2;
+    return static_cast<float>(LeanSplitVyx(text, memBlock1));
+}
+
+KV_EXPORT(SwapVertices, -2) {
+    if (!text || !memBlock1) return -2;
+    return static_cast<float>(LeanSwapVertsOBJ(text, memBlock1));
+}
+
+// ---- OBJ processing: splits driven by the polygroup list, face counts, unique names ------
+
+KV_EXPORT(ListSplitOBJtoOBJ, -2) {
+    if (!text || !memBlock1) return -2;
+    return static_cast<float>(ListSplitOBJ(text, memBlock1));
+}
+
+KV_EXPORT(ListSplitOBJtoVyx, -2) {
+    if (!text || !memBlock1) return -2;
+    return static_cast<float>(ListSplitVyx(text, memBlock1));
+}
+
+KV_EXPORT(CreateFacesList, -5) { return CreateGroupFacesList(); }
+
+KV_EXPORT(GetFaces, -1) {
+    if (!text) return -1;
+    return fromInt(getGroupFaces(text));
+}
+
+KV_EXPORT(CheckName, -1) {
+    if (!text) return -1;  // nothing to check; a null name is never handed out
+    copyOut(memBlock1, NameCheck(text).c_str());
+    return 0;
+}
+
+KV_EXPORT(ClearNameSet, -1) {
+    NameSetClear();
+    return 0;
+}
 
 // ---- The work behind the frame's exports ------------------------------------------------
 

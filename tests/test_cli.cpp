@@ -114,3 +114,33 @@ TEST(Cli, ImageExampleScriptRuns) {
     EXPECT_EQ(kvtest::readAll(dir / "color_thumb.psd").size(), 40u + 3 * 64 * 64);
     EXPECT_FALSE(kvtest::exists(dir / "gray_thumb.psd"));
 }
+
+// The host's side of the posing round: `pose` turns one group only; `verify` rejects a part
+// whose positions or other lines are not the posed ones.
+TEST(Cli, PoseTurnsOneGroupAndVerifyCatchesWrongParts) {
+    kvtest::TempDir dir;
+    kvtest::writeAll(dir / "part.obj", "# p\nv 1 0 0\nv 2 0 0\nvt 0 0\ng x\nf 1/1 2/1 1/1\n");
+    kvtest::writeAll(dir / "c.obj", "v 5 5 5\nv 1 0 0\nv 2 0 0\ng A\nf 1 1 1\ng part\nf 2 3 2 \n");
+    int status = -1;
+    std::string out = kelvane("pose " + dir / "c.obj" + " " + dir / "posed.obj" +
+                                  " --group part --axis z --angle 90 --about 1,0,0",
+                              &status);
+    EXPECT_EQ(status, 0) << out;
+    EXPECT_EQ(kvtest::readAll(dir / "posed.obj"), "v 5 5 5\nv 1 0 0\nv 1 1 0\ng A\nf 1 1 1\ng part\nf 2 3 2 \n");
+    EXPECT_NE(kelvane("pose " + dir / "c.obj" + " " + dir / "p2.obj --group nobody", &status).find("no group"),
+              std::string::npos);
+    EXPECT_EQ(status, 1);
+
+    const std::string verify = "verify --part " + dir / "part.obj" + " --combined " + dir / "posed.obj" +
+                               " --group part --posed-part ";
+    kvtest::writeAll(dir / "good.obj", "v 1 0 0\nv 1 1 0\nvt 0 0\ng x\nf 1/1 2/1 1/1\n");
+    out = kelvane(verify + dir / "good.obj", &status);
+    EXPECT_EQ(status, 0) << out;
+    EXPECT_NE(out.find("ok  part: 2 vertices (1 moved), 1 faces, 1 UVs"), std::string::npos) << out;
+    kvtest::writeAll(dir / "stale.obj", "v 1 0 0\nv 2 0 0\nvt 0 0\ng x\nf 1/1 2/1 1/1\n");
+    EXPECT_NE(kelvane(verify + dir / "stale.obj", &status).find("positions differ"), std::string::npos);
+    EXPECT_EQ(status, 1);
+    kvtest::writeAll(dir / "nouv.obj", "v 1 0 0\nv 1 1 0\ng x\nf 1/1 2/1 1/1\n");
+    EXPECT_NE(kelvane(verify + dir / "nouv.obj", &status).find("faces, UVs and normals differ"), std::string::npos);
+    EXPECT_EQ(status, 1);
+}

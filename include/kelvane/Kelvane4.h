@@ -113,6 +113,43 @@ KV_API float ClearFileList(const char* text, double number, char* memBlock1, cha
 /* Flushes standard output and starts the default handler (xdg-open, detached) on the product
    web page set at build time (KELVANE_PRODUCT_URL); 0 when started, -1 when it could not be. */
 KV_API float inPut(const char* text, double number, char* memBlock1, char* memBlock2);
+/* ---- OBJ processing: the polygroup list, append, splits and vertex transfer ---- */
+
+/* Adds group text with int(number) faces to the polygroup list; 0, -2 count <= 0, -1 null text. */
+KV_API float GroupListAdd(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Copies the name of group int(number) ("null" when out of range) into memBlock1; 0, -1 number <= -1. */
+KV_API float GroupListGetName(const char* text, double number, char* memBlock1, char* memBlock2);
+/* The number of groups in the list; -1 when it is empty. */
+KV_API float GroupListSize(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Replaces the list with the group list file text; 0, -3 cannot open, -9 null text. */
+KV_API float GroupListLoad(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Writes the list to the group list file text; 0, -1 empty list, -3 cannot write, -9 null text. */
+KV_API float GroupListSave(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Empties the list, the running face index and the face-count map; 0. */
+KV_API float GroupListClear(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Appends part text to combined memBlock1, indices shifted by int(number); vertices appended, -1, -2, -9. */
+KV_API float AppendOBJ(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Splits combined OBJ text by its "g" groups into vertex-line files in memBlock1's folder; 0, -1, -2, -3. */
+KV_API float SplitOBJ(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Splits combined OBJ text by its "g" groups into ".Vyt" vertex files in memBlock1's folder; 0, -1, -2, -3. */
+KV_API float SplitOBJtoVyx(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Appends the non-vertex, non-comment lines of mesh memBlock1 to vertex file text; 0, -2, -10, -20, -30. */
+KV_API float SwapVertices(const char* text, double number, char* memBlock1, char* memBlock2);
+
+/* ---- OBJ processing: splits driven by the polygroup list, face counts, unique names ---- */
+
+/* Splits combined OBJ text by the list's face ranges into vertex-line files "<name>.obj" in memBlock1's folder; 0, -1, -2, -3, -5. */
+KV_API float ListSplitOBJtoOBJ(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Splits combined OBJ text by the list's face ranges into vertex files "<name>.Vyt" in memBlock1's folder; 0, -1, -2, -3, -5. */
+KV_API float ListSplitOBJtoVyx(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Builds the group name -> face count map from the list; 0, -5 when the list is empty. */
+KV_API float CreateFacesList(const char* text, double number, char* memBlock1, char* memBlock2);
+/* The face count of group text; -1 when text is null, the map is empty or holds no such name. */
+KV_API float GetFaces(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Copies text, or the first free "<text>_copyN" when text was handed out before, into memBlock1; 0 (-1 null text). */
+KV_API float CheckName(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Forgets every name handed out by CheckName; 0. */
+KV_API float ClearNameSet(const char* text, double number, char* memBlock1, char* memBlock2);
 
 #ifdef __cplusplus
 }

@@ -4,6 +4,11 @@
 //   kelvane list                                  the exports the plug-in offers
 //   kelvane call NAME [--text T] [--number N] [--mem1 M] [--null-text] [--null-mem1]
 //   kelvane run SCRIPT [--keep-going]            one call per line, '#' starts a comment
+//   kelvane pose IN OUT --group G [--axis z] [--angle DEG] [--about x,y,z]
+//                                                 the host's posing: turns one group of an OBJ
+//   kelvane verify --part P --posed-part Q --combined C --group G [--vyt V]
+//                                                 checks a part that came back from a split
+// Scripts may also use `echo`, `pose` and `verify` lines.
 #include <dlfcn.h>
 #include <elf.h>
 #include <unistd.h>
@@ -23,6 +28,7 @@
 #include <vector>
 
 #include "kelvane/Kelvane4.h"
+#include "pose.h"
 
 namespace {
 
@@ -297,6 +303,27 @@ int runScript(const Plugin& plugin, const std::string& scriptPath, bool keepGoin
             out << "\n";
             continue;
         }
+        if (words[0] == "pose" || words[0] == "verify") {  // the host's side of a posing round
+            CLI::App lineApp{"script line"};
+            PoseArgs pose;
+            VerifyArgs verify;
+            if (words[0] == "pose") addPoseOptions(lineApp, pose);
+            else addVerifyOptions(lineApp, verify);
+            try {
+                std::vector<std::string> reversed(words.rbegin(), words.rend() - 1);
+                lineApp.parse(reversed);
+            } catch (const CLI::ParseError& e) {
+                err << scriptPath << ":" << lineNo << ": " << e.what() << "\n";
+                return 2;
+            }
+            int rc = words[0] == "pose" ? runPose(pose, out, err) : runVerify(verify, out, err);
+            if (rc == 2) return 2;
+            if (rc != 0) {
+                status = 1;
+                if (!keepGoing) return status;
+            }
+            continue;
+        }
         CLI::App lineApp{"script line"};
         CallArgs args;
         addCallOptions(lineApp, args);
@@ -342,7 +369,17 @@ int main(int argc, char** argv) {
     run->add_option("script", script, "Script file")->required()->check(CLI::ExistingFile);
     run->add_flag("--keep-going", keepGoing, "Do not stop at the first negative result");
 
+    CLI::App* pose = app.add_subcommand("pose", "Turn the vertices of one group of an OBJ about a point");
+    kvtool::PoseArgs poseArgs;
+    kvtool::addPoseOptions(*pose, poseArgs);
+
+    CLI::App* verify = app.add_subcommand("verify", "Check a posed part against its mesh and the posed mesh");
+    kvtool::VerifyArgs verifyArgs;
+    kvtool::addVerifyOptions(*verify, verifyArgs);
+
     CLI11_PARSE(app, argc, argv);
+    if (*pose) return kvtool::runPose(poseArgs, std::cout, std::cerr);
+    if (*verify) return kvtool::runVerify(verifyArgs, std::cout, std::cerr);
 
     kvtool::Plugin plugin;
     std::string error;

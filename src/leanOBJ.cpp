@@ -1,0 +1,627 @@
+// OBJ processing. Every function reads its input whole (kv::readFile), walks it line by line
+// with kv::LineScanner, classifies lines with obj::classify and reads face indices with
+// obj::forEachFaceIndex; every output file is built in one buffer and written with one call.
+#include "leanOBJ.h"
+
+#include <algorithm>
+#include <bit>
+#include <charconv>
+#include <cstring>
+
+#include "FileOps.h"
+#include "util/bytes.h"
+#include "util/fileio.h"
+#include "util/mapfile.h"
+#include "util/text.h"
+
+// Module state (exported data symbols).
+extern "C" {
+KV_API std::vector<groupID> groupsList;
+KV_API int32_t faceIndex = 0;
+KV_API std::map<std::string, int32_t> groupFacesList;
+KV_API std::set<std::string> nameSet;
+}
+
+namespace {
+
+constexpr const char* kPlaceholder = "#start of vector";
+constexpr uint32_t kVertexFileTag = 10001;
+
+// A set of vertex indices. Normally a bit set over the range the set has seen so far: the
+// parts of a combined mesh use contiguous index ranges, so each set stays about one bit per
+// vertex of its part. All sets of one split draw their bit sets from a shared byte budget;
+// a set whose range would overdraw it (faces that jump across the whole mesh) turns into a
+// sorted list instead, so that memory stays bounded by the input whatever it holds.
+// finish() must be called before iteration, which is ascending.
+struct IndexSet {
+    uint64_t lo = 0;     // index of bit 0 of words[0], a multiple of 64
+    uint64_t nbits = 0;  // words.size() * 64
+    std::vector<uint64_t> words;
+    bool sparse = false;
+    std::vector<uint64_t> list;  // the sparse form: indices, sorted and unique up to `unique`
+    size_t unique = 0;
+
+    inline __attribute__((always_inline)) void insert(uint64_t i, uint64_t& budget) {
+        uint64_t off = i - lo;  // wraps to a huge value below lo
+        if (off >= nbits) [[unlikely]] {
+            if (sparse || !grow(i, budget)) {
+                listInsert(i);
+                return;
+            }
+            off = i - lo;
+        }
+        words[static_cast<size_t>(off >> 6)] |= uint64_t(1) << (off & 63);
+    }
+
+    // Widens the bit set to cover i; false (and the set becomes a list) when over budget.
+    bool grow(uint64_t i, uint64_t& budget) {
+        uint64_t newLo = lo, newWords;
+        if (words.empty()) {
+            newLo = i & ~uint64_t(63);
+            newWords = 1;
+        } else if (i < lo) {
+            // Grow downwards at least by the current size, so that descending inserts stay linear.
+            newLo = std::min<uint64_t>(i & ~uint64_t(63), lo > nbits ? lo - nbits : 0);
+            newWords = words.size() + (lo - newLo) / 64;
+        } else {
+            newWords = (i - lo) / 64 + 1;
+        }
+        const uint64_t cost = (newWords - words.size()) * 8;
+        if (cost > budget) {
+            toList();
+            return false;
+        }
+        budget -= cost;
+        if (newLo < lo) words.insert(words.begin(), static_cast<size_t>((lo - newLo) / 64), 0);
+        else words.resize(static_cast<size_t>(newWords));
+        lo = newLo;
+        nbits = uint64_t(words.size()) * 64;
+        return true;
+    }
+
+    void toList() {
+        forEachBit([&](uint64_t i) { list.push_back(i); });
+        unique = list.size();
+        words = {};
+        nbits = 0;
+        lo = 0;
+        sparse = true;
+    }
+
+    void listInsert(uint64_t i) {
+        list.push_back(i);
+        if (list.size() >= 2 * unique + 4096) compact();  // duplicates never more than double it
+    }
+
+    void compact() {
+        std::sort(list.begin(), list.end());
+        list.erase(std::unique(list.begin(), list.end()), list.end());
+        unique = list.size();
+    }
+
+    void finish() {
+        if (sparse) compact();
+    }
+
+    template <typename Fn>
+    void forEachBit(Fn&& fn) const {
+        for (size_t w = 0; w < words.size(); ++w)
+            for (uint64_t bits = words[w]; bits; bits &= bits - 1)
+                fn(lo + uint64_t(w) * 64 + uint64_t(std::countr_zero(bits)));
+    }
+
+    // Calls fn(index) for every index in [from, to], ascending.
+    template <typename Fn>
+    void forEach(uint64_t from, uint64_t to, Fn&& fn) const {
+        if (sparse) {
+            for (uint64_t i : list)
+                if (i >= from && i <= to) fn(i);
+            return;
+        }
+        forEachBit([&](uint64_t i) {
+            if (i >= from && i <= to) fn(i);
+        });
+    }
+
+    size_t count(uint64_t from, uint64_t to) const {
+        size_t n = 0;
+        forEach(from, to, [&](uint64_t) { ++n; });
+        return n;
+    }
+};
+
+// The end of the line that starts at p (its line feed, or the end of the buffer).
+const char* lineEnd(const char* p, const char* end) {
+    const void* nl = std::memchr(p, '\n', static_cast<size_t>(end - p));
+    return nl ? static_cast<const char*>(nl) : end;
+}
+
+// The vertex lines of a combined mesh and the vertex sets of its parts.
+struct SplitScan {
+    kv::MappedFile file;
+    std::vector<uint64_t> vertexLines;  // each "v " line: offset << 16 | length (0xFFFF: longer)
+    std::vector<IndexSet> sets;         // per part, the 1-based OBJ indices its faces use
+    uint64_t indexLimit = 0;            // no valid index can exceed this (one vertex per line)
+    uint64_t bitBudget = 0;             // bytes the bit sets may still take
+
+    void addVertexLine(std::string_view line) {
+        const uint64_t offset = static_cast<uint64_t>(line.data() - file.data());
+        vertexLines.push_back(offset << 16 | std::min<uint64_t>(line.size(), 0xFFFF));
+    }
+    std::string_view vertexLine(size_t k) const {
+        const char* p = file.data() + (vertexLines[k] >> 16);
+        size_t n = vertexLines[k] & 0xFFFF;
+        if (n == 0xFFFF) n = static_cast<size_t>(lineEnd(p, file.data() + file.size()) - p);
+        return {p, n};
+    }
+
+    // The set of part k, created when first needed.
+    IndexSet& set(size_t k) {
+        if (k >= sets.size()) sets.resize(k + 1);
+        return sets[k];
+    }
+    // Adds an OBJ index to a part's set, unless it can name no vertex line.
+    inline __attribute__((always_inline)) void add(IndexSet& set, int32_t index) {
+        if (index >= 0 && uint64_t(index) <= indexLimit) set.insert(uint64_t(index), bitBudget);
+    }
+    void finish() {
+        for (IndexSet& set : sets) set.finish();
+    }
+};
+
+bool loadForSplit(const char* path, SplitScan& s) {
+    if (!s.file.open(path)) return false;
+    s.indexLimit = s.file.size() / 2 + 1;
+    s.bitBudget = s.file.size() / 4 + (uint64_t(1) << 20);
+    return true;
+}
+
+// Group-driven scan: the file's own "g" lines name the parts; a name met again continues its
+// part. names maps each name to its part number.
+void scanByGroups(SplitScan& s, std::map<std::string, int32_t, std::less<>>& names) {
+    kv::LineScanner lines(s.file.data(), s.file.size());
+    std::string scratch;
+    std::string_view line;
+    int32_t current = 0;
+    IndexSet* set = &s.set(0);
+    while (lines.next(line)) {
+        switch (obj::classify(line)) {
+            case obj::LineKind::Vertex:
+                s.addVertexLine(line);
+                break;
+            case obj::LineKind::Group: {
+                std::string_view name = obj::rest(line);
+                auto it = names.find(name);
+                if (it == names.end()) it = names.emplace(std::string(name), static_cast<int32_t>(names.size())).first;
+                current = it->second;
+                set = &s.set(size_t(current));
+                break;
+            }
+            case obj::LineKind::Face:
+                obj::forEachFaceIndex(line, scratch, [&](int32_t i) { s.add(*set, i); });
+                break;
+            default: break;
+        }
+    }
+}
+
+// List-driven scan: faces are assigned to the records of groupsList by their face ranges.
+void scanByList(SplitScan& s) {
+    kv::LineScanner lines(s.file.data(), s.file.size());
+    std::string scratch;
+    std::string_view line;
+    size_t current = 0;
+    int32_t currentEnd = groupsList[0].endFace;
+    int64_t face = -1;
+    const size_t last = groupsList.size() - 1;
+    s.sets.resize(groupsList.size());
+    while (lines.next(line)) {
+        obj::LineKind kind = obj::classify(line);
+        if (kind == obj::LineKind::Vertex) {
+            s.addVertexLine(line);
+        } else if (kind == obj::LineKind::Face) {
+            ++face;
+            if (face == currentEnd && current != last) currentEnd = groupsList[++current].endFace;
+            obj::forEachFaceIndex(line, scratch, [&](int32_t i) { s.add(s.sets[current], i); });
+        }
+    }
+}
+
+// Appends a vertex file (head + big-endian positions) for the given 1-based indices.
+void buildVertexFile(const SplitScan& s, const IndexSet* set, std::vector<char>& out) {
+    const uint64_t nV = s.vertexLines.size();
+    const size_t n = set ? set->count(1, nV) : 0;
+    out.assign(16 + 12 * n, 0);
+    char* p = out.data();
+    kv::putU32BE(p, kVertexFileTag);
+    kv::putU32BE(p + 4, static_cast<uint32_t>(16 + 12 * n));
+    kv::putU32BE(p + 8, static_cast<uint32_t>(n));
+    p += 16;
+    if (!set) return;
+    set->forEach(1, nV, [&](uint64_t i) {
+        vertexS v = obj::parseVertex(s.vertexLine(static_cast<size_t>(i - 1)));
+        kv::putF32BE(p, v.x);
+        kv::putF32BE(p + 4, v.y);
+        kv::putF32BE(p + 8, v.z);
+        p += 12;
+    });
+}
+
+// Appends the verbatim vertex lines for the 1-based indices in [from, nV]; index 0 is the
+// placeholder line.
+void buildVertexLines(const SplitScan& s, const IndexSet& set, uint64_t from, std::vector<char>& out) {
+    const uint64_t nV = s.vertexLines.size();
+    size_t bytes = 0;
+    set.forEach(from, nV, [&](uint64_t i) {
+        bytes += (i == 0 ? std::strlen(kPlaceholder) : s.vertexLine(static_cast<size_t>(i - 1)).size()) + 1;
+    });
+    out.resize(bytes);
+    char* p = out.data();
+    set.forEach(from, nV, [&](uint64_t i) {
+        std::string_view line = i == 0 ? std::string_view(kPlaceholder) : s.vertexLine(static_cast<size_t>(i - 1));
+        std::memcpy(p, line.data(), line.size());
+        p[line.size()] = '\n';
+        p += line.size() + 1;
+    });
+}
+
+// Copies name into a record's field, cut to 127 bytes, the rest zeroed.
+void setName(groupID& g, std::string_view name) {
+    std::memset(g.name, 0, sizeof g.name);
+    std::memcpy(g.name, name.data(), std::min(name.size(), sizeof g.name - 1));
+}
+
+}  // namespace
+
+// ---- Shared OBJ rules --------------------------------------------------------------------
+
+namespace obj {
+
+namespace {
+
+// The common plain decimal ("-12.345678"): when its digits form an integer m below 2^53 and it
+// has at most 22 fraction digits, m and 10^k are exact doubles and one division gives the
+// correctly rounded double. Rounding that to float gives the correctly rounded float unless
+// the double lies exactly halfway between two floats; that case, and any other form (an
+// exponent, more digits), returns null for the general parser.
+const char* parseFastFloat(const char* p, const char* end, float& out) {
+    static constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                                        1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+    const bool negative = p < end && *p == '-';
+    if (negative) ++p;
+    uint64_t m = 0;
+    int digits = 0, fraction = -1;
+    for (; p < end; ++p) {
+        if (*p >= '0' && *p <= '9') {
+            if (++digits > 18) return nullptr;
+            m = m * 10 + uint64_t(*p - '0');
+            if (fraction >= 0) ++fraction;
+        } else if (*p == '.' && fraction < 0) {
+            fraction = 0;
+        } else {
+            break;
+        }
+    }
+    if (digits == 0 || m >= (uint64_t(1) << 53) || fraction > 22) return nullptr;
+    if (p < end && !isSpace(*p)) return nullptr;  // an exponent or anything unusual
+    const double d = static_cast<double>(m) / kPow10[fraction > 0 ? fraction : 0];
+    if ((std::bit_cast<uint64_t>(d) & 0x1FFFFFFF) == 0x10000000) return nullptr;  // halfway between floats
+    const float v = static_cast<float>(d);
+    out = negative ? -v : v;
+    return p;
+}
+
+}  // namespace
+
+vertexS parseVertex(std::string_view line) {
+    const char* p = line.data();
+    const char* end = p + line.size();
+    while (p < end && isSpace(*p)) ++p;  // the first word ("v")
+    while (p < end && !isSpace(*p)) ++p;
+    float xyz[3] = {0, 0, 0};
+    for (float& c : xyz) {
+        while (p < end && isSpace(*p)) ++p;
+        const char* q = p;
+        if (q < end && *q == '+') ++q;  // stream extraction takes a leading '+'; from_chars does not
+        if (q == end || !((*q >= '0' && *q <= '9') || *q == '.' || (*q == '-' && q == p))) break;
+        const char* stop = parseFastFloat(q, end, c);
+        if (!stop) {
+            float v = 0;
+            auto r = std::from_chars(q, end, v);
+            if (r.ec != std::errc()) break;
+            c = v;
+            stop = r.ptr;
+        }
+        p = stop;
+    }
+    return {xyz[0], xyz[1], xyz[2]};
+}
+
+bool outputBase(const char* outPath, std::string_view name, std::string& base) {
+    if (!name.empty() && name[0] == '/') return false;
+    for (size_t i = 0; i <= name.size();) {
+        size_t slash = name.find('/', i);
+        if (slash == std::string_view::npos) slash = name.size();
+        if (name.substr(i, slash - i) == "..") return false;
+        i = slash + 1;
+    }
+    base = FileNameExtract(outPath, 1);
+    base.append(name);
+    return true;
+}
+
+std::string freeName(const std::string& base, const char* ext) {
+    std::string candidate = base + ext;
+    for (unsigned n = 1; kv::fileExists(candidate.c_str()); ++n) candidate = base + "_copy" + std::to_string(n) + ext;
+    return candidate;
+}
+
+}  // namespace obj
+
+// ---- Polygroup list ----------------------------------------------------------------------
+
+void addToGroupsList(const char* name, int32_t count) {
+    groupID g;
+    setName(g, name);
+    g.firstFace = faceIndex;
+    g.endFace = static_cast<int32_t>(static_cast<uint32_t>(faceIndex) + static_cast<uint32_t>(count));
+    groupsList.push_back(g);
+    faceIndex = g.endFace;
+}
+
+float getGroupsListSize() { return groupsList.empty() ? -1.0f : static_cast<float>(groupsList.size()); }
+
+std::string getGroupName(int32_t index) {
+    if (groupsList.empty() || index < 0 || size_t(index) >= groupsList.size()) return "null";
+    return groupsList[size_t(index)].name;
+}
+
+void clearGroupsList() {
+    groupsList.clear();
+    faceIndex = 0;
+    groupFacesList.clear();
+}
+
+int saveGroupsList(const char* path) {
+    if (groupsList.empty()) return -1;
+    std::vector<char> out(groupsList.size() * sizeof(groupID));
+    char* p = out.data();
+    for (const groupID& g : groupsList) {
+        std::memcpy(p, g.name, sizeof g.name);
+        kv::putU32BE(p + 128, static_cast<uint32_t>(g.firstFace));
+        kv::putU32BE(p + 132, static_cast<uint32_t>(g.endFace));
+        p += sizeof(groupID);
+    }
+    return kv::writeFile(path, out.data(), out.size()) ? 0 : -3;
+}
+
+int loadGroupsList(const char* path) {
+    groupsList.clear();
+    faceIndex = 0;  // stays 0: the loaded records carry their own face ranges
+    std::vector<char> buf;
+    if (!kv::readFile(path, buf)) return -3;
+    for (size_t at = 0; at < buf.size(); at += sizeof(groupID)) {
+        char rec[sizeof(groupID)] = {};  // a short tail record reads as zeros past the file's end
+        std::memcpy(rec, buf.data() + at, std::min(sizeof rec, buf.size() - at));
+        groupID g;
+        std::memcpy(g.name, rec, sizeof g.name);
+        g.name[sizeof g.name - 1] = '\0';
+        g.firstFace = kv::getS32BE(rec + 128);
+        g.endFace = kv::getS32BE(rec + 132);
+        groupsList.push_back(g);
+    }
+    return 0;
+}
+
+// ---- Lean splits by the file's groups ----------------------------------------------------
+
+double LeanSplitOBJ(const char* objPath, char* outPath) {
+    SplitScan s;
+    if (!loadForSplit(objPath, s)) return -1;
+    std::map<std::string, int32_t, std::less<>> names;
+    scanByGroups(s, names);
+    s.finish();
+    const std::string folder = FileNameExtract(outPath, 1);
+    const IndexSet empty;
+    std::vector<char> out;
+    for (const auto& [name, number] : names) {
+        const IndexSet& set = size_t(number) < s.sets.size() ? s.sets[size_t(number)] : empty;
+        buildVertexLines(s, set, 0, out);
+        if (out.empty()) return -2;
+        const size_t count = set.count(0, s.vertexLines.size());
+        std::string path = obj::freeName(folder + std::to_string(count), ".obj");
+        if (!kv::writeFile(path.c_str(), out.data(), out.size())) return -3;
+    }
+    return 0;
+}
+
+double LeanSplitVyx(const char* objPath, char* outPath) {
+    SplitScan s;
+    if (!loadForSplit(objPath, s)) return -1;
+    std::map<std::string, int32_t, std::less<>> names;
+    scanByGroups(s, names);
+    s.finish();
+    std::vector<char> out;
+    std::string base;
+    for (const auto& [name, number] : names) {
+        if (!obj::outputBase(outPath, name, base)) return -3;
+        buildVertexFile(s, size_t(number) < s.sets.size() ? &s.sets[size_t(number)] : nullptr, out);
+        std::string path = obj::freeName(base, ".Vyt");
+        if (!kv::writeFile(path.c_str(), out.data(), out.size())) return -3;
+    }
+    return 0;
+}
+
+// ---- Append a part to the combined mesh --------------------------------------------------
+
+double LeanAddGroupOBJ(const char* partPath, char* combinedPath, int vertexOffset) {
+    groupID g;
+    setName(g, FileNameExtract(partPath, 2));
+    const std::string_view name(g.name);
+    std::vector<char> in;
+    if (!kv::readFile(partPath, in)) return -1;
+
+    std::vector<char> out;
+    out.reserve(in.size() + in.size() / 4);
+    kv::LineScanner lines(in.data(), in.size());
+    std::string scratch;
+    std::string_view line;
+    int32_t vertices = 0, faces = 0;
+    while (lines.next(line)) {
+        switch (obj::classify(line)) {
+            case obj::LineKind::Vertex:
+                kv::append(out, line);
+                out.push_back('\n');
+                ++vertices;
+                break;
+            case obj::LineKind::Group:
+                kv::append(out, "g ");
+                kv::append(out, name);
+                out.push_back('\n');
+                break;
+            case obj::LineKind::Face:
+                kv::append(out, "f ");
+                obj::forEachFaceIndex(line, scratch, [&](int32_t i) {
+                    kv::appendInt(out, int64_t(i) + vertexOffset);
+                    out.push_back(' ');
+                });
+                out.push_back('\n');
+                ++faces;
+                break;
+            default: break;
+        }
+    }
+    if (!kv::appendFile(combinedPath, out.data(), out.size())) return -2;
+    g.firstFace = faceIndex;
+    faceIndex = static_cast<int32_t>(static_cast<uint32_t>(faceIndex) + static_cast<uint32_t>(faces));
+    g.endFace = faceIndex;
+    groupsList.push_back(g);
+    return vertices;
+}
+
+// ---- Vertex transfer ---------------------------------------------------------------------
+
+double LeanSwapVertsOBJ(const char* vertexPath, const char* meshPath) {
+    if (!kv::appendFile(vertexPath, "", 0)) return -10;  // opened for appending, created when missing
+    std::vector<char> in;
+    if (!kv::readFile(meshPath, in)) return -20;
+    std::vector<char> out;
+    out.reserve(in.size());
+    kv::LineScanner lines(in.data(), in.size());
+    std::string_view line;
+    size_t vertices = 0;
+    while (lines.next(line)) {
+        obj::LineKind kind = obj::classify(line);
+        if (kind == obj::LineKind::Vertex) {
+            ++vertices;
+        } else if (kind != obj::LineKind::Comment) {
+            kv::append(out, line);
+            out.push_back('\n');
+        }
+    }
+    if (!kv::appendFile(vertexPath, out.data(), out.size())) return -10;
+    return vertices == 0 ? -30 : 0;
+}
+
+bool LeanSwapVerts(const char* vertexPath, const char* meshPath) {
+    std::vector<char> vin, min;
+    if (!kv::readFile(vertexPath, vin) || !kv::readFile(meshPath, min)) return false;
+    std::vector<char> out;
+    kv::append(out, "# written by Kelvane plugin for Vandor\n");
+    std::string_view line;
+    size_t newVertices = 0;
+    for (kv::LineScanner lines(vin.data(), vin.size()); lines.next(line);) {
+        if (obj::classify(line) != obj::LineKind::Vertex) continue;
+        kv::append(out, line);
+        out.push_back('\n');
+        ++newVertices;
+    }
+    size_t meshVertices = 0, others = 0;
+    for (kv::LineScanner lines(min.data(), min.size()); lines.next(line);) {
+        obj::LineKind kind = obj::classify(line);
+        if (kind == obj::LineKind::Vertex) {
+            ++meshVertices;
+        } else if (kind != obj::LineKind::Comment) {
+            kv::append(out, line);
+            out.push_back('\n');
+            ++others;
+        }
+    }
+    if (newVertices == 0 || meshVertices == 0 || newVertices != meshVertices || others == 0) return false;
+    return kv::replaceFile(meshPath, out.data(), out.size());
+}
+
+// ---- Splits by the polygroup list --------------------------------------------------------
+
+// Each name's first record, in ascending name order.
+static std::map<std::string, size_t> nameIndex() {
+    std::map<std::string, size_t> index;
+    for (size_t k = 0; k < groupsList.size(); ++k) index.emplace(groupsList[k].name, k);
+    return index;
+}
+
+double ListSplitOBJ(const char* objPath, char* outPath) {
+    if (groupsList.empty()) return -5;
+    const auto index = nameIndex();
+    SplitScan s;
+    if (!loadForSplit(objPath, s)) return -1;
+    scanByList(s);
+    s.finish();
+    const IndexSet empty;
+    std::vector<char> out;
+    std::string base;
+    for (const auto& [name, k] : index) {
+        if (!obj::outputBase(outPath, name, base)) return -3;
+        buildVertexLines(s, k < s.sets.size() ? s.sets[k] : empty, 1, out);
+        std::string path = obj::freeName(base, ".obj");
+        if (!kv::writeFile(path.c_str(), out.data(), out.size())) return -3;
+    }
+    return 0;
+}
+
+double ListSplitVyx(const char* objPath, char* outPath) {
+    if (groupsList.empty()) return -5;
+    const auto index = nameIndex();
+    SplitScan s;
+    if (!loadForSplit(objPath, s)) return -1;
+    scanByList(s);
+    s.finish();
+    std::vector<char> out;
+    std::string base;
+    for (const auto& [name, k] : index) {
+        if (!obj::outputBase(outPath, name, base)) return -3;
+        buildVertexFile(s, k < s.sets.size() ? &s.sets[k] : nullptr, out);
+        std::string path = obj::freeName(base, ".Vyt");
+        if (!kv::writeFile(path.c_str(), out.data(), out.size())) return -3;
+    }
+    return 0;
+}
+
+// ---- Face counts and unique names --------------------------------------------------------
+
+float CreateGroupFacesList() {
+    if (groupsList.empty()) return -5;
+    groupFacesList.clear();
+    for (const groupID& g : groupsList)
+        groupFacesList.emplace(g.name, static_cast<int32_t>(static_cast<uint32_t>(g.endFace) -
+                                                            static_cast<uint32_t>(g.firstFace)));
+    return 0;
+}
+
+int32_t getGroupFaces(const char* name) {
+    auto it = groupFacesList.find(name);
+    return it == groupFacesList.end() ? -1 : it->second;
+}
+
+std::string NameCheck(const char* name) {
+    if (nameSet.insert(name).second) return name;
+    std::string working = name;
+    for (unsigned counter = 1;; ++counter) {
+        size_t copy = working.find("_copy");
+        std::string base = copy == std::string::npos ? working + "_copy" : working.substr(0, copy + 5);
+        working = base + std::to_string(counter);
+        if (nameSet.insert(working).second) return working;
+    }
+}
+
+void NameSetClear() { nameSet.clear(); }

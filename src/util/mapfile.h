@@ -1,0 +1,31 @@
+// Read-only view of a whole file: memory-mapped when it is a regular file (no copy, no
+// zero-filled buffer; the pages come straight from the page cache), read into a buffer
+// otherwise (pipes, special files). Used by the readers of large meshes.
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+namespace kv {
+
+class MappedFile {
+public:
+    MappedFile() = default;
+    MappedFile(const MappedFile&) = delete;
+    MappedFile& operator=(const MappedFile&) = delete;
+    ~MappedFile();
+
+    // Opens path. False when it cannot be opened or read (the view is then empty).
+    bool open(const char* path);
+
+    const char* data() const { return data_; }
+    size_t size() const { return size_; }
+
+private:
+    const char* data_ = nullptr;
+    size_t size_ = 0;
+    void* map_ = nullptr;      // the mapping, when the file is mapped
+    std::vector<char> copy_;  // the bytes, when it is not
+};
+
+}  // namespace kv
