@@ -11,6 +11,7 @@
 
 #include "FileOps.h"
 #include "Kelvane4Priv.h"
+#include "PrjFile.h"
 #include "util/convert.h"
 
 using kv::fromInt;
@@ -136,6 +137,24 @@ KV_EXPORT(CloseFolder, -1) {
 KV_EXPORT(EmptyFolder, -1) {
     if (!text) return -1;
     return ClearFolder(text) ? 0 : -1;
+}
+
+// ---- The TPose project file ---------------------------------------------------------------
+
+KV_EXPORT(WritePrjFile, -17) {
+    if (tPoseList.empty()) return -3;
+    if (!text) return -1;
+    return fromInt(writePrjFile(text));
+}
+
+KV_EXPORT(AddDatFile, -2) {
+    if (!text || !memBlock1) return 0;
+    return fromInt(addDatFile(text, memBlock1));
+}
+
+KV_EXPORT(OpenPrjFile, -17) {
+    if (!text || !memBlock1) return 0;
+    return fromInt(openPrjFile(text, memBlock1));
 }
 
 // ---- The work behind the frame's exports ------------------------------------------------
