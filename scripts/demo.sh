@@ -13,3 +13,5 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 echo "== examples/sample.kvs"
 (cd "$work" && "$root/build/kelvane" run "$root/examples/sample.kvs")
+echo "== examples/project.kvs"
+(cd "$work" && "$root/build/kelvane" run "$root/examples/project.kvs")
