@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <set>
@@ -250,5 +251,35 @@ TEST(PrjFile, HostileProjectsAreReadOnlyAsFarAsTheyGo) {
     ASSERT_EQ(open(header(0) + chunk(28, "blocked", 'd') + chunk(29, "free", 'e')), 0);
     EXPECT_TRUE(std::filesystem::is_directory(out / "28X.dat"));
     EXPECT_EQ(kvtest::readAll(out / "29X.dat"), "free");
+    call(ClearTPoseList, nullptr);
+}
+
+// Every cut in the header, around the record ends and anywhere among the chunks.
+TEST(PrjFile, ProjectCutAtEveryOffsetYieldsWhatIsWhole) {
+    TempDir dir, out;
+    const std::string prj = dir / "cut.prj";
+    const std::string a = "first data file", b(40, 'b');
+    const std::string full = header(2, 1) + record(1, "rest", "r") + record(2, "up", "u") + chunk(31, a, a.back()) +
+                             chunk(32, b, b.back());
+    const size_t end31 = 16 + 2 * 516 + 16 + a.size();  // E of each chunk: its start + L
+    const size_t end32 = end31 + 1 + 16 + b.size();
+    for (size_t cut = 0; cut <= full.size(); ++cut) {
+        if ((cut > 20 && cut < 16 + 516 - 4) || (cut > 16 + 516 + 4 && cut < 16 + 2 * 516 - 4)) continue;
+        SCOPED_TRACE(cut);
+        kvtest::writeAll(prj, full.substr(0, cut));
+        ASSERT_EQ(call(OpenPrjFile, prj.c_str(), (out / "x").c_str()), 0);
+        EXPECT_EQ(tPoseList.size(), std::min<size_t>(2, cut < 16 ? 0 : (cut - 16) / 516));
+        std::set<std::string> expected;
+        if (cut > end31) expected.insert("31X.dat");
+        if (cut > end32) expected.insert("32X.dat");
+        ASSERT_EQ(entries(out.path), expected);
+        if (cut > end31) {
+            EXPECT_EQ(kvtest::readAll(out / "31X.dat"), a);
+        }
+        if (cut > end32) {
+            EXPECT_EQ(kvtest::readAll(out / "32X.dat"), b);
+        }
+        for (const std::string& name : expected) std::filesystem::remove(out / name);
+    }
     call(ClearTPoseList, nullptr);
 }
