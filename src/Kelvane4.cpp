@@ -16,6 +16,7 @@
 #include "PsdOps.h"
 #include "platform/Dialog.h"
 #include "leanOBJ.h"
+#include "PrjFile.h"
 #include "util/convert.h"
 
 using kv::fromInt;
@@ -260,6 +261,22 @@ KV_EXPORT(CheckName, -1) {
 KV_EXPORT(ClearNameSet, -1) {
     NameSetClear();
     return 0;
+// ---- The TPose project file ---------------------------------------------------------------
+
+KV_EXPORT(WritePrjFile, -17) {
+    if (tPoseList.empty()) return -3;
+    if (!text) return -1;
+    return fromInt(writePrjFile(text));
+}
+
+KV_EXPORT(AddDatFile, -2) {
+    if (!text || !memBlock1) return 0;
+    return fromInt(addDatFile(text, memBlock1));
+}
+
+KV_EXPORT(OpenPrjFile, -17) {
+    if (!text || !memBlock1) return 0;
+    return fromInt(openPrjFile(text, memBlock1));
 }
 
 // ---- The work behind the frame's exports ------------------------------------------------

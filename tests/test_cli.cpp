@@ -144,3 +144,18 @@ TEST(Cli, PoseTurnsOneGroupAndVerifyCatchesWrongParts) {
     EXPECT_NE(kelvane(verify + dir / "nouv.obj", &status).find("faces, UVs and normals differ"), std::string::npos);
     EXPECT_EQ(status, 1);
 }
+
+TEST(Cli, ProjectScriptRoundTripsThroughThePlugin) {
+    int status = -1;
+    kvtest::TempDir dir;
+    std::string out = kvtest::run("cd " + dir.path + " && " + std::string(KELVANE_BIN) + " --plugin " KELVANE_PLUGIN
+                                  " run " KELVANE_SOURCE_DIR "/examples/project.kvs 2>&1", &status);
+    EXPECT_EQ(status, 0) << out;
+    const std::string a = kvtest::readAll(dir / "12.dat"), b = kvtest::readAll(dir / "7.dat");
+    EXPECT_EQ(a.size(), 16u + 516u);
+    EXPECT_EQ(b.size(), 16u + 2 * 516u);
+    EXPECT_EQ(kvtest::readAll(dir / "12X.dat"), a);
+    EXPECT_EQ(kvtest::readAll(dir / "7X.dat"), b);
+    // Header, two references, then each data file as a 16-byte chunk header, its bytes and a padding byte.
+    EXPECT_EQ(kvtest::readAll(dir / "scene.prj").size(), 16u + 2 * 516u + (16 + a.size() + 1) + (16 + b.size() + 1));
+}

@@ -150,6 +150,16 @@ KV_API float GetFaces(const char* text, double number, char* memBlock1, char* me
 KV_API float CheckName(const char* text, double number, char* memBlock1, char* memBlock2);
 /* Forgets every name handed out by CheckName; 0. */
 KV_API float ClearNameSet(const char* text, double number, char* memBlock1, char* memBlock2);
+/* ---- The TPose project file ---- */
+
+/* Writes the project header and every TPose reference to file text; 0, -3 empty list, -1 null text, -17 cannot write. */
+KV_API float WritePrjFile(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Appends data file text (filed under the number its name starts with) to project memBlock1;
+   0 (also when an argument is null), -1 data file unreadable, -2 project cannot be appended to. */
+KV_API float AddDatFile(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Reads project text into the TPose list and extracts its data files as <number>X.dat into the
+   folder of path memBlock1; 0 (also when an argument is null), -17 cannot open. */
+KV_API float OpenPrjFile(const char* text, double number, char* memBlock1, char* memBlock2);
 
 #ifdef __cplusplus
 }

@@ -105,6 +105,10 @@ bool replaceFile(const char* path, const void* data, size_t size) {
     return ok;
 }
 
+bool storeFile(const char* path, const void* data, size_t size) {
+    return fileExists(path) ? replaceFile(path, data, size) : writeFile(path, data, size);
+}
+
 bool fileExists(const char* path) {
     struct stat st {};
     return ::stat(path, &st) == 0;

@@ -26,6 +26,10 @@ bool appendFile(const char* path, const void* data, size_t size);
 // on disk afterwards, never a mixture. False on any failure (path is then unchanged).
 bool replaceFile(const char* path, const void* data, size_t size);
 
+// Stores a whole file: an existing file is rewritten through replaceFile (atomically, keeping its
+// permission bits), a missing one is created through writeFile. False on any failure.
+bool storeFile(const char* path, const void* data, size_t size);
+
 // True when something exists at path.
 bool fileExists(const char* path);
 

@@ -1,0 +1,50 @@
+// Shared pieces of the fuzz harnesses. A harness writes the fuzzer's bytes to an input file in a
+// private scratch folder, calls one export on it exactly as the host does, checks what the call
+// left behind, and empties the output folder for the next run:
+//
+//   extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+//       const char* in = kvfuzz::writeInput(data, size, "input.obj");
+//       kvfuzz::call(SplitOBJ, in, 0, kvfuzz::outPath("x.obj"));
+//       kvfuzz::checkOutput(kvfuzz::anyName);
+//       return 0;
+//   }
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+
+#include "kelvane/Kelvane4.h"
+
+// Stops the run with a message when a property does not hold; libFuzzer keeps the input.
+#define KV_FUZZ_CHECK(cond)                                                          \
+    do {                                                                             \
+        if (!(cond)) {                                                               \
+            std::fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #cond); \
+            std::abort();                                                            \
+        }                                                                            \
+    } while (0)
+
+namespace kvfuzz {
+
+// Writes the input to <scratch>/name (replacing the last one) and returns its path. The scratch
+// folder is made on first use under $KELVANE_FUZZ_TMP, /dev/shm or /tmp and removed at exit.
+const char* writeInput(const uint8_t* data, size_t size, const char* name);
+
+// <scratch>/out/name: a path inside the output folder, which exists and is empty before each call.
+const char* outPath(const char* name);
+
+// Calls an export with the host signature. memBlock1 is a private 64 KiB block holding mem1
+// (or null when mem1 is null); what the call leaves there is returned.
+const char* call(KelvaneFn fn, const char* text, double number, const char* mem1, float* result = nullptr);
+
+// Checks that the call wrote nothing into the scratch folder outside the output folder and that
+// every name in the output folder passes allowed (a plain file, never a folder), then empties the
+// output folder. Aborts otherwise.
+void checkOutput(bool (*allowed)(const char* name));
+
+// An allowed() that accepts every name.
+bool anyName(const char* name);
+
+}  // namespace kvfuzz
