@@ -261,6 +261,8 @@ KV_EXPORT(CheckName, -1) {
 KV_EXPORT(ClearNameSet, -1) {
     NameSetClear();
     return 0;
+}
+
 // ---- The TPose project file ---------------------------------------------------------------
 
 KV_EXPORT(WritePrjFile, -17) {
