@@ -5,6 +5,8 @@
 #include <sys/stat.h>
 
 #include <bit>
+#include <cmath>
+#include <cstdio>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -13,6 +15,7 @@
 #include "VyxOps.h"
 #include "kelvane/Kelvane4.h"
 #include "testutil.h"
+#include "util/floatg.h"
 
 using kvtest::TempDir;
 
@@ -468,4 +471,23 @@ TEST(Vyx, UVSplitWritesOneFilePerTile) {
     EXPECT_EQ(GetUVsFromVyx((dir / "cut.Vyx").c_str()), -1760);
     EXPECT_FALSE(kvtest::exists(dir / "cut0.Vyx"));
     EXPECT_STREQ(last, "-20");
+}
+
+TEST(FloatG, MatchesPrintfG) {
+    // Every 39989th bit pattern (all exponents, both signs, NaN and infinities among them) and
+    // the values at the edges of the fast path: decade limits, rounding ties, 1e+06 after rounding.
+    std::vector<float> values;
+    for (uint64_t bits = 0; bits <= 0xFFFFFFFFu; bits += 39989) values.push_back(std::bit_cast<float>(uint32_t(bits)));
+    for (float f : {0.0f, -0.0f, 1.0f, 0.5f, 1e-5f, 9.99999e-5f, 0.0001f, 99999.95f, 999999.5f, 999999.4f, 100000.5f,
+                    1234565.0f, 0.1234565f, 1e-20f, 1e-21f, 3.4e38f, 1.17549435e-38f, 1e5f, 1e6f, 123456.5f})
+        for (float s : {f, -f, std::nextafter(f, 0.0f), std::nextafter(f, 1e30f)}) values.push_back(s);
+    size_t mismatches = 0;
+    for (float f : values) {
+        char ours[32], theirs[32];
+        *kv::putG(ours, f) = '\0';
+        std::snprintf(theirs, sizeof theirs, "%g", static_cast<double>(f));
+        if (std::strcmp(ours, theirs) != 0 && ++mismatches < 5)
+            ADD_FAILURE() << std::bit_cast<uint32_t>(f) << ": " << ours << " vs " << theirs;
+    }
+    EXPECT_EQ(mismatches, 0u) << "of " << values.size();
 }
