@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <string_view>
 
@@ -231,7 +232,10 @@ float writeOBJfromVyx(const char* vyxPath, char* objOutPath) {
             w.advance(p);
         }
     }
-    if (!w.close()) return -2;
+    if (!w.close()) {
+        std::remove(objOutPath);  // a cut OBJ file is worse than none
+        return -2;
+    }
     faceID.clear();
     return 0;
 }
@@ -245,7 +249,9 @@ int ReadVertColorVyx(const char* vyxPath, char* rgbPath) {
     kv::BlockWriter w(size_t(1) << 20);
     if (!w.open(rgbPath)) return -2;
     putRGBBlock(w, buf.data() + colours.at + kHeadSize, colours.count);
-    return w.close() ? 0 : -2;
+    if (w.close()) return 0;
+    std::remove(rgbPath);
+    return -2;
 }
 
 float GetFaceIDsVyx(const char* vyxPath, double level) {
@@ -371,18 +377,27 @@ float GetUVsFromVyx(const char* vyxPath) {
     const size_t recordBytes = size_t(32) * uvs.count;
     std::vector<char> out(prefix + recordBytes + kHeadSize, 0);
     std::memcpy(out.data(), buf.data(), prefix);
+    // Every corner reduced once: its tile and its fractions.
+    struct Corner {
+        int32_t u, v;
+        float fu, fv;
+    };
+    std::vector<Corner> corners(size_t(4) * uvs.count);
+    for (size_t c = 0; c < corners.size(); ++c) {
+        Corner& k = corners[c];
+        k.fu = reduce(kv::getF32BE(records + 8 * c), k.u);
+        k.fv = reduce(kv::getF32BE(records + 8 * c + 4), k.v);
+    }
     const std::string base = FileNameExtract(vyxPath, 3);
     int32_t i = 0;
     for (const UV_tile& tile : tiles) {
         const std::string name = base + std::to_string(i) + ".Vyx";
         char* o = out.data() + prefix;
-        for (size_t c = 0; c < recordBytes; c += 8) {
-            int32_t tu = 0, tv = 0;
-            float u = reduce(kv::getF32BE(records + c), tu);
-            float v = reduce(kv::getF32BE(records + c + 4), tv);
-            if (tu != tile.u || tv != tile.v) u = v = -1.0f;  // the corner lies outside this tile
-            kv::putF32BE(o + c, u);
-            kv::putF32BE(o + c + 4, v);
+        for (const Corner& k : corners) {
+            const bool inside = k.u == tile.u && k.v == tile.v;  // else the corner lies outside this tile
+            kv::putF32BE(o, inside ? k.fu : -1.0f);
+            kv::putF32BE(o + 4, inside ? k.fv : -1.0f);
+            o += 8;
         }
         if (!kv::writeFile(name.c_str(), out.data(), out.size())) return kv::fromInt(1501 + i);
         UVTileStr.push_back(name);
