@@ -19,7 +19,7 @@
 #include "util/bytes.h"
 #include "util/convert.h"
 #include "util/fileio.h"
-#include "util/floatg.h"
+#include "util/numtext.h"
 
 extern "C" {
 KV_API std::vector<uint32_t> faceID;
@@ -214,7 +214,7 @@ float writeOBJfromVyx(const char* vyxPath, char* objOutPath) {
     for (size_t run = 0; run < faceID.size() && faceEnd - at >= 16; ++run) {
         char* p = w.room(32);
         p = copyText(p, "#FaceID ");
-        p = std::to_chars(p, p + 24, run + 1).ptr;
+        p = kv::putUint(p, static_cast<uint32_t>(run + 1));  // runs are no more than faces
         *p++ = '\n';
         w.advance(p);
         for (uint32_t k = 0; k < faceID[run] && faceEnd - at >= 16; ++k, at += 16) {
@@ -223,11 +223,11 @@ float writeOBJfromVyx(const char* vyxPath, char* objOutPath) {
             *p++ = 'f';
             *p++ = ' ';
             for (int c = 0; c < 3; ++c) {
-                p = std::to_chars(p, p + 12, oneBased(f + 4 * c)).ptr;
+                p = kv::putInt(p, oneBased(f + 4 * c));
                 *p++ = ' ';
             }
             const int32_t fourth = oneBased(f + 12);
-            if (fourth > 0) p = std::to_chars(p, p + 12, fourth).ptr;
+            if (fourth > 0) p = kv::putInt(p, fourth);
             *p++ = '\n';
             w.advance(p);
         }
@@ -246,7 +246,7 @@ int ReadVertColorVyx(const char* vyxPath, char* rgbPath) {
     VyxBlock colours;
     if (findVyxBlock(buf, kVyxColourTag, colours) != VyxWalk::found) return -1760;
     if (!vyxRecordsFit(buf, colours, 4)) return -1760;
-    kv::BlockWriter w(size_t(1) << 20);
+    kv::BlockWriter w;
     if (!w.open(rgbPath)) return -2;
     putRGBBlock(w, buf.data() + colours.at + kHeadSize, colours.count);
     if (w.close()) return 0;

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <bit>
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstdint>
@@ -15,7 +16,7 @@
 #include "VyxOps.h"
 #include "kelvane/Kelvane4.h"
 #include "testutil.h"
-#include "util/floatg.h"
+#include "util/numtext.h"
 
 using kvtest::TempDir;
 
@@ -459,7 +460,7 @@ TEST(Vyx, UVSplitWritesOneFilePerTile) {
     EXPECT_STREQ(last, "-20");
 }
 
-TEST(FloatG, MatchesPrintfG) {
+TEST(NumText, MatchesPrintfAndToChars) {
     // Every 39989th bit pattern (all exponents, both signs, NaN and infinities among them) and
     // the values at the edges of the fast path: decade limits, rounding ties, 1e+06 after rounding.
     std::vector<float> values;
@@ -476,4 +477,12 @@ TEST(FloatG, MatchesPrintfG) {
             ADD_FAILURE() << std::bit_cast<uint32_t>(f) << ": " << ours << " vs " << theirs;
     }
     EXPECT_EQ(mismatches, 0u) << "of " << values.size();
+
+    for (int32_t i : {0, 9, 10, 99, 100, 999999, 1000000, 123456789, 999999999, 1000000000, INT32_MAX, -1, -10,
+                      -1000000000, INT32_MIN}) {
+        char ours[16], theirs[16];
+        EXPECT_EQ(std::string(ours, kv::putInt(ours, i)), std::string(theirs, std::to_chars(theirs, theirs + 16, i).ptr));
+    }
+    char text[16];
+    EXPECT_EQ(std::string(text, kv::putUint(text, UINT32_MAX)), "4294967295");
 }

@@ -16,7 +16,8 @@ struct BlockWriter {
     size_t used = 0;
     bool ok = true;  // false once a write has failed
 
-    explicit BlockWriter(size_t blockSize = size_t(4) << 20) : block(blockSize) {}
+    // Blocks of 256 KiB stay in the cache until the system copies them out.
+    explicit BlockWriter(size_t blockSize = size_t(256) << 10) : block(blockSize) {}
     ~BlockWriter() {
         if (file) std::fclose(file);
     }

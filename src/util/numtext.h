@@ -1,12 +1,14 @@
-// Fast "%g" text for single-precision values: the text printf("%g", (double)f) writes, which is
-// also what an output stream writes for the double by default and what kv::appendG gives.
-// Mesh writers format millions of coordinates; this is several times faster than the general
-// std::to_chars path for the usual range and falls back to it for the rest.
+// Fast number text for large text outputs (mesh writers format millions of numbers).
+// putG: single-precision values as printf("%g", (double)f) writes them, which is also what an
+// output stream writes for the double by default and what kv::appendG gives; several times
+// faster than the general std::to_chars path for the usual range, and falling back to it for
+// the rest. putInt/putUint: decimal integers.
 #pragma once
 
 #include <bit>
 #include <charconv>
 #include <cstdint>
+#include <cstring>
 
 namespace kv {
 
@@ -22,19 +24,28 @@ inline void putDigits(char* p, uint32_t v, int n) {
     }
 }
 
-// Writes the six digits of v < 10^6 at p, two at a time.
-inline void putSixDigits(char* p, uint32_t v) {
-    static constexpr char kPairs[] =
-        "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
-        "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
-        "8081828384858687888990919293949596979899";
-    const uint32_t hi = v / 10000, mid = v / 100 % 100, lo = v % 100;
-    p[0] = kPairs[2 * hi];
-    p[1] = kPairs[2 * hi + 1];
-    p[2] = kPairs[2 * mid];
-    p[3] = kPairs[2 * mid + 1];
-    p[4] = kPairs[2 * lo];
-    p[5] = kPairs[2 * lo + 1];
+inline constexpr char kPairs[] =
+    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+    "8081828384858687888990919293949596979899";
+
+// The six digits of v < 10^6 as characters packed into a word, the first digit in the lowest
+// byte, the top two bytes zero.
+inline uint64_t sixDigitsPacked(uint32_t v) {
+    auto pair = [](uint32_t i) {
+        return static_cast<uint64_t>(static_cast<unsigned char>(kPairs[2 * i])) |
+               static_cast<uint64_t>(static_cast<unsigned char>(kPairs[2 * i + 1])) << 8;
+    };
+    return pair(v / 10000) | pair(v / 100 % 100) << 16 | pair(v % 100) << 32;
+}
+
+// Stores the eight bytes of w at p, lowest byte first.
+inline void store8(char* p, uint64_t w) {
+    if constexpr (std::endian::native == std::endian::little) {
+        std::memcpy(p, &w, 8);
+    } else {
+        for (int i = 0; i < 8; ++i) p[i] = static_cast<char>(w >> (8 * i));
+    }
 }
 
 // 10^k for k = 0..26 (10^20 and above need more than 64 bits).
@@ -73,7 +84,8 @@ inline constexpr DecadeTable kDecades{};
 
 // Writes f, widened to double, in printf's "%g" form (6 significant digits, fixed or exponent
 // form as %g chooses, trailing zeros dropped, "-0", "nan", "inf" as std::to_chars writes them)
-// at p and returns the end. p must have room for 16 characters.
+// at p and returns the end. p must have room for 16 characters (some past the end may be
+// written).
 inline char* putG(char* p, float f) {
     using detail::u128;
     const uint32_t bits = std::bit_cast<uint32_t>(f);
@@ -117,39 +129,80 @@ inline char* putG(char* p, float f) {
             return std::to_chars(p, p + 16, static_cast<double>(f), std::chars_format::general, 6).ptr;
     }
     if (bits >> 31) *p++ = '-';
-    // Six digits d0..d5; drop the trailing zeros (at most five: q >= 100000).
-    char digits[6];
-    detail::putSixDigits(digits, static_cast<uint32_t>(q));
-    int len = 6;
-    while (len > 1 && digits[len - 1] == '0') --len;
+    // Six digits d0..d5, held in a register (byte i = digit i), stored with whole-word copies;
+    // the trailing zeros are dropped (at most five: q >= 100000).
+    const uint64_t digits = detail::sixDigitsPacked(static_cast<uint32_t>(q));
+    const int len = 6 - std::countl_zero((digits ^ 0x303030303030u) << 16) / 8;
     if (x >= 0) {
-        // Fixed form, 1 to 6 integer digits (x <= 5 here).
+        // Fixed form, 1 to 6 integer digits (x <= 5 here). Bytes stored past the end are
+        // overwritten or left beyond the returned end.
         const int intDigits = x + 1;
-        for (int i = 0; i < intDigits; ++i) *p++ = digits[i];
+        detail::store8(p, digits);
+        p += intDigits;
         if (len > intDigits) {
-            *p++ = '.';
-            for (int i = intDigits; i < len; ++i) *p++ = digits[i];
+            *p = '.';
+            detail::store8(p + 1, digits >> (8 * intDigits));
+            p += 1 + len - intDigits;
         }
         return p;
     }
     if (x >= -4) {
         // Fixed form below 1: "0." then -x-1 zeros, then the digits.
-        *p++ = '0';
-        *p++ = '.';
-        for (int i = 0; i < -x - 1; ++i) *p++ = '0';
-        for (int i = 0; i < len; ++i) *p++ = digits[i];
-        return p;
+        std::memcpy(p, "0.000000", 8);
+        p += 1 - x;
+        detail::store8(p, digits);
+        return p + len;
     }
+    char text[8];
+    detail::store8(text, digits);
     // Exponent form: d0[.d1...]e-XX (x <= -5 here, two exponent digits).
-    *p++ = digits[0];
+    *p++ = text[0];
     if (len > 1) {
         *p++ = '.';
-        for (int i = 1; i < len; ++i) *p++ = digits[i];
+        for (int i = 1; i < len; ++i) *p++ = text[i];
     }
     *p++ = 'e';
     *p++ = '-';
     detail::putDigits(p, static_cast<uint32_t>(-x), 2);
     return p + 2;
+}
+
+// Writes v in decimal at p and returns the end (what std::to_chars writes, without the call;
+// for the integers of large text outputs). p must have room for 10 characters.
+inline char* putUint(char* p, uint32_t v) {
+    const int n = v < 10 ? 1
+                : v < 100 ? 2
+                : v < 1000 ? 3
+                : v < 10000 ? 4
+                : v < 100000 ? 5
+                : v < 1000000 ? 6
+                : v < 10000000 ? 7
+                : v < 100000000 ? 8
+                : v < 1000000000 ? 9
+                : 10;
+    char* end = p + n;
+    char* q = end;
+    while (v >= 100) {
+        const uint32_t pair = v % 100;
+        v /= 100;
+        q -= 2;
+        q[0] = detail::kPairs[2 * pair];
+        q[1] = detail::kPairs[2 * pair + 1];
+    }
+    if (v >= 10) {
+        q[-2] = detail::kPairs[2 * v];
+        q[-1] = detail::kPairs[2 * v + 1];
+    } else {
+        q[-1] = static_cast<char>('0' + v);
+    }
+    return end;
+}
+
+// The same for a signed value (11 characters of room).
+inline char* putInt(char* p, int32_t v) {
+    if (v >= 0) return putUint(p, static_cast<uint32_t>(v));
+    *p = '-';
+    return putUint(p + 1, 0u - static_cast<uint32_t>(v));
 }
 
 }  // namespace kv
