@@ -180,6 +180,45 @@ TEST(Vyx, ConversionWritesExactTextInFaceRuns) {
                                         "\n# End of RGB block\n#FaceID 1\nf -2147483648 10 1 \n");
 }
 
+TEST(Vyx, LargeConversionMatchesPrintf) {
+    // About 3 MB of text: many output blocks, so lines meet every kind of block edge.
+    TempDir dir;
+    const uint32_t n = 40000;
+    std::vector<float> xyz;
+    std::vector<uint32_t> colours, faces;
+    std::string expected = "# File exported by Vandor plugin\n#Vertex count 40000\n#Face count 40000\n";
+    char line[128];
+    for (uint32_t i = 0; i < n; ++i) {
+        const float x = static_cast<float>(i) * 0.37f - 7000.0f, y = 1.0f / static_cast<float>(i + 1), z = -x * 1e-9f;
+        xyz.insert(xyz.end(), {x, y, z});
+        std::snprintf(line, sizeof line, "v %g %g %g\n", double(x), double(y), double(z));
+        expected += line;
+        colours.push_back(i * 2654435761u);
+        faces.insert(faces.end(), {i, (i + 1) % n, (i + 7) % n, i % 3 ? (i + 9) % n : kTri});
+    }
+    expected += kRgbIntro;
+    for (uint32_t i = 0; i < n; ++i) {
+        const uint32_t e = colours[i];
+        std::snprintf(line, sizeof line, "%s %02x%02x%02x%s", i % 32 ? "" : "#RGB ", (e >> 8 & 0xFF) << 24,
+                      (e >> 16 & 0xFF) << 24, (e >> 24) << 24, i % 32 == 31 ? "\n" : "");
+        expected += line;
+    }
+    expected += "\n# End of RGB block\n";
+    for (uint32_t i = 0; i < n; ++i) {
+        const uint32_t* f = &faces[4 * i];
+        std::snprintf(line, sizeof line, "#FaceID %u\nf %u %u %u ", i + 1, f[0] + 1, f[1] + 1, f[2] + 1);
+        expected += line;
+        expected += f[3] == kTri ? "\n" : std::to_string(f[3] + 1) + "\n";
+    }
+    ASSERT_GT(expected.size(), size_t(2) << 20);
+    VyxBuilder mesh;
+    mesh.vertices(xyz).colours(colours).faces(faces).end();
+    std::string obj = dir / "big.obj";
+    faceID.assign(n, 1);
+    EXPECT_EQ(writeOBJfromVyx(mesh.save(dir / "big.Vyx").c_str(), obj.data()), 0);
+    EXPECT_TRUE(kvtest::readAll(obj) == expected);  // not printed: megabytes
+}
+
 TEST(Vyx, ConversionErrorsKeepTheRuns) {
     TempDir dir;
     const std::string vyx = smallMesh().save(dir / "mesh.Vyx");
