@@ -55,7 +55,18 @@ constexpr u128 pow10(int k) {
     return r;
 }
 
-// floor(b * log10(2)) for the binary exponents b of the fast path (-67..-1... 22).
+// The powers of ten the fast path multiplies by, as a table.
+struct Pow10Table {
+    uint64_t low[20] = {};  // 10^0 .. 10^19
+    u128 high[7] = {};      // 10^20 .. 10^26
+    constexpr Pow10Table() {
+        for (int k = 0; k < 20; ++k) low[k] = static_cast<uint64_t>(pow10(k));
+        for (int k = 20; k < 27; ++k) high[k - 20] = pow10(k);
+    }
+};
+inline constexpr Pow10Table kPow10{};
+
+// floor(b * log10(2)) for the binary exponents b of the fast path (-67..22).
 constexpr int log10Floor(int b) { return (b * 78913) >> 18; }
 
 // For binary exponent b (|f| = m * 2^(b-23) with 2^23 <= m < 2^24): the smallest mantissa m
@@ -109,13 +120,13 @@ inline char* putG(char* p, float f) {
     bool up = false;  // round the six digits up (half to even on the exact remainder)
     if (scale <= 10) {
         // Usual coordinates: the product has at most 24 + 34 bits.
-        const uint64_t n = m * static_cast<uint64_t>(detail::pow10(scale));
+        const uint64_t n = m * detail::kPow10.low[scale];
         q = n >> shift;
         const uint64_t rest = n & ((uint64_t(1) << shift) - 1);
         const uint64_t half = uint64_t(1) << (shift - 1);
         up = rest > half || (rest == half && (q & 1));
     } else {
-        const u128 n = scale <= 19 ? u128(m) * static_cast<uint64_t>(detail::pow10(scale)) : m * detail::pow10(scale);
+        const u128 n = scale <= 19 ? u128(m) * detail::kPow10.low[scale] : m * detail::kPow10.high[scale - 20];
         q = static_cast<uint64_t>(n >> shift);
         const u128 rest = n & ((u128(1) << shift) - 1);
         const u128 half = u128(1) << (shift - 1);
