@@ -17,6 +17,7 @@
 #include "platform/Dialog.h"
 #include "leanOBJ.h"
 #include "PrjFile.h"
+#include "VyxOps.h"
 #include "util/convert.h"
 
 using kv::fromInt;
@@ -279,6 +280,48 @@ KV_EXPORT(AddDatFile, -2) {
 KV_EXPORT(OpenPrjFile, -17) {
     if (!text || !memBlock1) return 0;
     return fromInt(openPrjFile(text, memBlock1));
+}
+
+// ---- Vyx mesh files ------------------------------------------------------------------------
+
+KV_EXPORT(vyxtoOBJ, -1760) {
+    if (!text || !memBlock1) return -9;
+    return writeOBJfromVyx(text, memBlock1);
+}
+
+KV_EXPORT(getFaceIDs, -1760) {
+    if (!text) return -9;
+    return GetFaceIDsVyx(text, number);
+}
+
+KV_EXPORT(outMRGB, -1760) {
+    if (!text || !memBlock1) return -9;
+    return fromInt(ReadVertColorVyx(text, memBlock1));
+}
+
+KV_EXPORT(SwapVertices_Vyx, -1760) {
+    if (!text || !memBlock1) return -2;
+    return fromInt(swapVerticesVyx(memBlock1, text));
+}
+
+KV_EXPORT(GetUVTile, -17) {
+    if (!text) return -17;
+    return GetUVTile(text, memBlock1);
+}
+
+KV_EXPORT(GetUVsFromVyx, -1760) {
+    if (!text) return -1760;
+    return GetUVsFromVyx(text);
+}
+
+KV_EXPORT(getUVTileString, -1) {
+    getUVTileString(toInt(number), memBlock1);
+    return 0;
+}
+
+KV_EXPORT(clearUVTileString, -1) {
+    clearUVTileString();
+    return 0;
 }
 
 // ---- The work behind the frame's exports ------------------------------------------------

@@ -159,3 +159,42 @@ TEST(Cli, ProjectScriptRoundTripsThroughThePlugin) {
     // Header, two references, then each data file as a 16-byte chunk header, its bytes and a padding byte.
     EXPECT_EQ(kvtest::readAll(dir / "scene.prj").size(), 16u + 2 * 516u + (16 + a.size() + 1) + (16 + b.size() + 1));
 }
+
+TEST(Cli, VyxMeshRoundThroughTheExports) {
+    kvtest::TempDir dir;
+    auto be32 = [](uint32_t v) {
+        return std::string{static_cast<char>(v >> 24), static_cast<char>(v >> 16), static_cast<char>(v >> 8),
+                           static_cast<char>(v)};
+    };
+    auto block = [&](uint32_t tag, uint32_t count, const std::string& records) {
+        return be32(tag) + be32(uint32_t(16 + records.size())) + be32(count) + be32(0) + records;
+    };
+    const std::string one = be32(0x3F800000), half = be32(0x3F000000);  // 1.0f, 0.5f
+    // One triangle (0, 0, 0), (1, 0.5, 1), (0.5, 1, 0.5) with colours, UVs all in tile 00.
+    const std::string mesh =
+        std::string(32, 'h') + block(10001, 3, std::string(12, '\0') + one + half + one + half + one + half) +
+        block(35001, 3, be32(0x0000FF00) + be32(0) + be32(0x10203000)) +
+        block(20001, 1, be32(0) + be32(1) + be32(2) + be32(0xFFFFFFFF)) +
+        block(25001, 1, half + half + half + half + half + half + half + half) + std::string(16, '\0');
+    kvtest::writeAll(dir / "mesh.Vyx", mesh);
+    kvtest::writeAll(dir / "posed.Vyt", block(10001, 3, std::string(36, '\0')));
+    kvtest::writeAll(dir / "round.kvs",
+                     "getFaceIDs --text mesh.Vyx --number 1 --expect 1\n"
+                     "vyxtoOBJ --text mesh.Vyx --mem1 mesh.obj\n"
+                     "vyxtoOBJ --text mesh.Vyx --mem1 again.obj --expect -18\n"
+                     "GetUVTile --text mesh.Vyx --expect 1 --expect-mem1 00\n"
+                     "GetUVsFromVyx --text mesh.Vyx --expect 1\n"
+                     "getUVTileString --number 0 --expect-mem1 mesh0.Vyx\n"
+                     "SwapVertices_Vyx --text posed.Vyt --mem1 mesh.Vyx\n");
+    int status = -1;
+    std::string out = kvtest::run("cd " + dir.path + " && " KELVANE_BIN " --plugin " KELVANE_PLUGIN " run round.kvs 2>&1",
+                                  &status);
+    EXPECT_EQ(status, 0) << out;
+    EXPECT_EQ(kvtest::readAll(dir / "mesh.obj"),
+              "# File exported by Vandor plugin\n#Vertex count 3\n#Face count 1\nv 0 0 0\nv 1 0.5 1\nv 0.5 1 0.5\n"
+              "# The following RGB block contains Vandor Vertex Color (Chromelay) output as 3 hexadecimal values per "
+              "vertex. The vertex color format is RRGGBB with up to 32 entries per RGB line.\n"
+              "#RGB  ff0000000000 000000 300000002000000010000000\n# End of RGB block\n#FaceID 1\nf 1 2 3 \n");
+    EXPECT_EQ(kvtest::readAll(dir / "mesh0.Vyx"), mesh);  // one tile: every UV kept, the UV block was last
+    EXPECT_EQ(kvtest::readAll(dir / "mesh.Vyx"), mesh.substr(0, 48) + std::string(36, '\0') + mesh.substr(84));
+}

@@ -160,6 +160,25 @@ KV_API float AddDatFile(const char* text, double number, char* memBlock1, char* 
 /* Reads project text into the TPose list and extracts its data files as <number>X.dat into the
    folder of path memBlock1; 0 (also when an argument is null), -17 cannot open. */
 KV_API float OpenPrjFile(const char* text, double number, char* memBlock1, char* memBlock2);
+/* ---- Vyx mesh files ---- */
+
+/* Writes the OBJ text of Vyx mesh text to memBlock1, faces in the runs set by getFaceIDs; 0.
+   -9 null argument, -18 no runs, -1760 unreadable, -2 OBJ not written, a wrong block's tag (positive). */
+KV_API float vyxtoOBJ(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Sets the face runs from the first face block of text at subdivision level number; the run count. -9, -1760. */
+KV_API float getFaceIDs(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Writes the RGB comment block of the colour block of text to memBlock1; 0. -9, -1760, -2. */
+KV_API float outMRGB(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Puts the positions of vertex file text into Vyx file memBlock1; 0. -2 null, -1760, -201, -301, -401, -18. */
+KV_API float SwapVertices_Vyx(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Number of UV tiles of Vyx file text; the last face's tile name to memBlock1. -17 unreadable. */
+KV_API float GetUVTile(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Writes one Vyx file per UV tile of text; their number. -1760 unreadable, 1501 + i file i not written. */
+KV_API float GetUVsFromVyx(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Copies tile file name int(number) of the last split to memBlock1 (nothing when there is none); 0. */
+KV_API float getUVTileString(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Forgets the tile file names; 0. */
+KV_API float clearUVTileString(const char* text, double number, char* memBlock1, char* memBlock2);
 
 #ifdef __cplusplus
 }

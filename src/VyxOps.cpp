@@ -1,0 +1,414 @@
+// Vyx mesh files. Every reader loads the whole file with one read and addresses it by byte
+// offset; every count and length taken from the file is checked against the buffer before it
+// is used.
+#include "VyxOps.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+
+#include "FileOps.h"
+#include "kelvane/Kelvane4.h"
+#include "util/blockwriter.h"
+#include "util/bytes.h"
+#include "util/convert.h"
+#include "util/fileio.h"
+#include "util/numtext.h"
+
+extern "C" {
+KV_API std::vector<uint32_t> faceID;
+KV_API std::vector<std::string> UVTileStr;
+}
+
+namespace {
+
+constexpr size_t kHeaderSize = 32;  // the file header, never interpreted
+constexpr size_t kHeadSize = 16;    // tag, length, count, a fourth word
+
+VyxBlock headAt(const std::vector<char>& buf, size_t at) {
+    const char* p = buf.data() + at;
+    return VyxBlock{at, kv::getU32BE(p), kv::getU32BE(p + 4), kv::getU32BE(p + 8)};
+}
+
+// The distance to the next block: the length, or the head's 16 bytes when the length is 0.
+size_t stepOf(const VyxBlock& block) { return block.length == 0 ? kHeadSize : block.length; }
+
+bool headFits(const std::vector<char>& buf, size_t at) { return at <= buf.size() && buf.size() - at >= kHeadSize; }
+
+// True when a file of this name can be opened with the given flags (the file is left alone).
+bool canOpen(const char* path, int flags) {
+    int fd = ::open(path, flags | O_CLOEXEC);
+    if (fd < 0) return false;
+    ::close(fd);
+    return true;
+}
+
+}  // namespace
+
+// ---- Byte readers ----------------------------------------------------------------------------
+
+uint32_t readUnInt(char a, char b, char c, char d) {
+    const char bytes[4] = {a, b, c, d};
+    return kv::getU32BE(bytes);
+}
+
+int32_t readSignInt(char a, char b, char c, char d) {
+    const char bytes[4] = {a, b, c, d};
+    return kv::getS32BE(bytes);
+}
+
+float readaFloat(char a, char b, char c, char d) {
+    const char bytes[4] = {a, b, c, d};
+    return kv::getF32BE(bytes);
+}
+
+int32_t readanInt(char a) { return static_cast<int32_t>(readUnInt(a, 0, 0, 0)); }
+
+// ---- Block walk ------------------------------------------------------------------------------
+
+VyxWalk findVyxBlock(const std::vector<char>& buf, uint32_t tag, VyxBlock& out) {
+    if (buf.size() < kHeaderSize) return VyxWalk::malformed;
+    size_t at = kHeaderSize;
+    while (at < buf.size()) {
+        if (!headFits(buf, at)) return VyxWalk::malformed;
+        const VyxBlock block = headAt(buf, at);
+        if (block.tag == tag) {
+            out = block;
+            return VyxWalk::found;
+        }
+        const size_t step = stepOf(block);
+        if (step > buf.size() - at) return VyxWalk::malformed;
+        at += step;
+    }
+    return VyxWalk::missing;
+}
+
+bool vyxRecordsFit(const std::vector<char>& buf, const VyxBlock& block, size_t recordSize) {
+    if (!headFits(buf, block.at)) return false;
+    const size_t room = buf.size() - block.at - kHeadSize;
+    return block.count <= room / recordSize;
+}
+
+// ---- OBJ text --------------------------------------------------------------------------------
+
+namespace {
+
+// Copies a short text to p and returns its end.
+char* copyText(char* p, std::string_view s) { return std::copy(s.begin(), s.end(), p); }
+
+// The text of one component of a colour entry: the byte moved to the top of a 32-bit value,
+// printed as lower-case hexadecimal of at least two digits (so 0x20 gives 20000000, 0x0F gives
+// f000000, 0 gives 00). Made once for all 256 values.
+struct ComponentTexts {
+    char text[256][8];
+    uint8_t length[256];
+    ComponentTexts() {
+        for (int c = 0; c < 256; ++c) {
+            const auto v = static_cast<uint32_t>(readanInt(static_cast<char>(c)));
+            char* p = text[c];
+            if (v < 0x10) *p++ = '0';
+            p = std::to_chars(p, text[c] + 8, v, 16).ptr;
+            length[c] = static_cast<uint8_t>(p - text[c]);
+        }
+    }
+};
+
+char* putComponent(char* p, char c) {
+    static const ComponentTexts texts;
+    const auto i = static_cast<unsigned char>(c);
+    std::memcpy(p, texts.text[i], 8);
+    return p + texts.length[i];
+}
+
+// The RGB block for n colour entries (blue, green, red, unused) starting at entries.
+void putRGBBlock(kv::BlockWriter& w, const char* entries, uint32_t n) {
+    w.put("# The following RGB block contains Vandor Vertex Color (Chromelay) output as 3 hexadecimal values "
+          "per vertex. The vertex color format is RRGGBB with up to 32 entries per RGB line.\n");
+    int column = 0;
+    for (uint32_t i = 0; i < n; ++i) {
+        const char* e = entries + size_t(4) * i;
+        char* p = w.room(40);
+        if (column == 0) p = copyText(p, "#RGB ");
+        *p++ = ' ';
+        p = putComponent(p, e[2]);
+        p = putComponent(p, e[1]);
+        p = putComponent(p, e[0]);
+        if (++column == 32) {
+            *p++ = '\n';
+            column = 0;
+        }
+        w.advance(p);
+    }
+    w.put("\n# End of RGB block\n");
+}
+
+// The 1-based index of a face corner: the s32 value plus one, wrapping as 32-bit arithmetic.
+int32_t oneBased(const char* p) { return static_cast<int32_t>(kv::getU32BE(p) + 1u); }
+
+}  // namespace
+
+float writeOBJfromVyx(const char* vyxPath, char* objOutPath) {
+    if (faceID.empty()) return -18;
+    std::vector<char> buf;
+    if (!kv::readFile(vyxPath, buf)) return -1760;
+    if (!headFits(buf, kHeaderSize)) return -1760;
+    // The vertex block comes first, the colour block second, the face block third; the second
+    // and third are found by the lengths alone, their tags are looked at only when reached.
+    const VyxBlock vertices = headAt(buf, kHeaderSize);
+    if (vertices.tag != kVyxVertexTag) return static_cast<float>(vertices.tag);
+    const size_t secondAt = vertices.at + stepOf(vertices);
+    if (!headFits(buf, secondAt)) return -1760;
+    const VyxBlock second = headAt(buf, secondAt);
+    const size_t thirdAt = second.at + stepOf(second);
+    if (!headFits(buf, thirdAt)) return -1760;
+    const VyxBlock third = headAt(buf, thirdAt);
+    // Everything the output will read must lie in the file before anything is written.
+    if (!vyxRecordsFit(buf, vertices, 12)) return -1760;
+    if (second.tag == kVyxColourTag && !vyxRecordsFit(buf, second, 4)) return -1760;
+    const size_t faceEnd = third.at + stepOf(third);
+    if (second.tag == kVyxColourTag && third.tag == kVyxFaceTag && faceEnd > buf.size()) return -1760;
+
+    kv::BlockWriter w;
+    if (!w.open(objOutPath)) return -2;
+    const char* d = buf.data();
+    {
+        char* p = w.room(128);
+        p = copyText(p, "# File exported by Vandor plugin\n#Vertex count ");
+        p = std::to_chars(p, p + 12, vertices.count).ptr;
+        p = copyText(p, "\n#Face count ");
+        p = std::to_chars(p, p + 12, static_cast<int32_t>(third.count)).ptr;
+        *p++ = '\n';
+        w.advance(p);
+    }
+    const char* v = d + vertices.at + kHeadSize;
+    for (uint32_t i = 0; i < vertices.count; ++i, v += 12) {
+        char* p = w.room(64);
+        *p++ = 'v';
+        *p++ = ' ';
+        p = kv::putG(p, kv::getF32BE(v));
+        *p++ = ' ';
+        p = kv::putG(p, kv::getF32BE(v + 4));
+        *p++ = ' ';
+        p = kv::putG(p, kv::getF32BE(v + 8));
+        *p++ = '\n';
+        w.advance(p);
+    }
+    if (second.tag != kVyxColourTag) {
+        w.close();
+        return static_cast<float>(second.tag);
+    }
+    putRGBBlock(w, d + second.at + kHeadSize, second.count);
+    if (third.tag != kVyxFaceTag) {
+        w.close();
+        return static_cast<float>(third.tag);
+    }
+    // Faces in runs: a run starts only when a whole face record is left before the end of the
+    // block, and stops there.
+    size_t at = third.at + kHeadSize;
+    for (size_t run = 0; run < faceID.size() && faceEnd - at >= 16; ++run) {
+        char* p = w.room(32);
+        p = copyText(p, "#FaceID ");
+        p = kv::putUint(p, static_cast<uint32_t>(run + 1));  // runs are no more than faces
+        *p++ = '\n';
+        w.advance(p);
+        for (uint32_t k = 0; k < faceID[run] && faceEnd - at >= 16; ++k, at += 16) {
+            const char* f = d + at;
+            p = w.room(64);
+            *p++ = 'f';
+            *p++ = ' ';
+            for (int c = 0; c < 3; ++c) {
+                p = kv::putInt(p, oneBased(f + 4 * c));
+                *p++ = ' ';
+            }
+            const int32_t fourth = oneBased(f + 12);
+            if (fourth > 0) p = kv::putInt(p, fourth);
+            *p++ = '\n';
+            w.advance(p);
+        }
+    }
+    if (!w.close()) {
+        std::remove(objOutPath);  // a cut OBJ file is worse than none
+        return -2;
+    }
+    faceID.clear();
+    return 0;
+}
+
+int ReadVertColorVyx(const char* vyxPath, char* rgbPath) {
+    std::vector<char> buf;
+    if (!kv::readFile(vyxPath, buf)) return -1760;
+    VyxBlock colours;
+    if (findVyxBlock(buf, kVyxColourTag, colours) != VyxWalk::found) return -1760;
+    if (!vyxRecordsFit(buf, colours, 4)) return -1760;
+    kv::BlockWriter w;
+    if (!w.open(rgbPath)) return -2;
+    putRGBBlock(w, buf.data() + colours.at + kHeadSize, colours.count);
+    if (w.close()) return 0;
+    std::remove(rgbPath);
+    return -2;
+}
+
+float GetFaceIDsVyx(const char* vyxPath, double level) {
+    const auto k = static_cast<uint32_t>(kv::toInt(std::pow(4.0, level - 1.0)));
+    faceID.clear();
+    std::vector<char> buf;
+    if (!kv::readFile(vyxPath, buf)) return -1760;
+    VyxBlock faces;
+    if (findVyxBlock(buf, kVyxFaceTag, faces) != VyxWalk::found) return -1760;
+    if (!vyxRecordsFit(buf, faces, 16)) return -1760;
+    faceID.reserve(faces.count);
+    const char* f = buf.data() + faces.at + kHeadSize;
+    for (uint32_t i = 0; i < faces.count; ++i, f += 16)
+        faceID.push_back(kv::getS32BE(f + 12) <= -1 ? 3u * k : 4u * k);
+    return kv::fromUint(static_cast<uint32_t>(faceID.size()));
+}
+
+// ---- Vertex swap -----------------------------------------------------------------------------
+
+int swapVerticesVyx(const char* vyxPath, const char* vertexPath) {
+    std::vector<char> buf;
+    if (!kv::readFile(vyxPath, buf)) return -1760;
+    VyxBlock vertices;
+    switch (findVyxBlock(buf, kVyxVertexTag, vertices)) {
+        case VyxWalk::missing:
+            return -18;
+        case VyxWalk::malformed:
+            return -1760;
+        case VyxWalk::found:
+            break;
+    }
+    if (!vyxRecordsFit(buf, vertices, 12)) return -1760;
+    // The vertex file is opened for update, as the host's own tools do; a read-only one is refused.
+    std::vector<char> vt;
+    if (!canOpen(vertexPath, O_RDWR) || !kv::readFile(vertexPath, vt)) return -201;
+    // Its head must match the block's length and count, and it must hold the records it declares.
+    const size_t bytes = size_t(12) * vertices.count;
+    if (vt.size() < kHeadSize || kv::getU32BE(vt.data() + 4) != vertices.length ||
+        kv::getU32BE(vt.data() + 8) != vertices.count || vt.size() - kHeadSize < bytes)
+        return -301;
+    if (!canOpen(vyxPath, O_WRONLY)) return -401;
+    std::memcpy(buf.data() + vertices.at + kHeadSize, vt.data() + kHeadSize, bytes);
+    // The new content replaces the file in one step: a crash leaves the old file or the new one.
+    return kv::replaceFile(vyxPath, buf.data(), buf.size()) ? 0 : -401;
+}
+
+// ---- UV tiles --------------------------------------------------------------------------------
+
+namespace {
+
+// The tiles of the faces' first corners, with the last face's tile. The UV block's records
+// must have been checked against the buffer.
+std::set<UV_tile> tilesOf(const char* records, uint32_t count, UV_tile* last) {
+    std::set<UV_tile> tiles;
+    for (uint32_t i = 0; i < count; ++i) {
+        const char* r = records + size_t(32) * i;
+        UV_tile tile = tileOfUV(kv::getF32BE(r), kv::getF32BE(r + 4));
+        if (last && i + 1 == count) *last = tile;
+        tiles.insert(std::move(tile));
+    }
+    return tiles;
+}
+
+// One coordinate reduced to a tile: its integer part (after 1 is subtracted from a negative
+// value) and its fraction, moved into [0, 1) when negative; negative zero stays as it is.
+float reduce(float c, int32_t& index) {
+    if (c < 0) c -= 1.0f;
+    float whole = 0;
+    float fraction = std::modf(c, &whole);
+    index = kv::toInt(whole);
+    return fraction < 0 ? fraction + 1.0f : fraction;
+}
+
+}  // namespace
+
+UV_tile tileOfUV(float u, float v) {
+    UV_tile tile;
+    if (u < 0) u -= 1.0f;
+    if (v < 0) v -= 1.0f;
+    tile.u = kv::toInt(u);
+    tile.v = kv::toInt(v);
+    tile.name = std::to_string(tile.u) + std::to_string(tile.v);
+    return tile;
+}
+
+float GetUVTile(const char* vyxPath, char* lastName) {
+    std::vector<char> buf;
+    if (!kv::readFile(vyxPath, buf)) return -17;
+    VyxBlock uvs;
+    switch (findVyxBlock(buf, kVyxUVTag, uvs)) {
+        case VyxWalk::missing:
+            return 0;
+        case VyxWalk::malformed:
+            return -17;
+        case VyxWalk::found:
+            break;
+    }
+    if (!vyxRecordsFit(buf, uvs, 32)) return -17;
+    UV_tile last;
+    const std::set<UV_tile> tiles = tilesOf(buf.data() + uvs.at + kHeadSize, uvs.count, &last);
+    if (uvs.count > 0 && lastName) std::strcpy(lastName, last.name.c_str());
+    return kv::fromUint(static_cast<uint32_t>(tiles.size()));
+}
+
+float GetUVsFromVyx(const char* vyxPath) {
+    UVTileStr.clear();
+    std::vector<char> buf;
+    if (!kv::readFile(vyxPath, buf)) return -1760;
+    VyxBlock uvs;
+    switch (findVyxBlock(buf, kVyxUVTag, uvs)) {
+        case VyxWalk::missing:
+            return 0;
+        case VyxWalk::malformed:
+            return -1760;
+        case VyxWalk::found:
+            break;
+    }
+    if (!vyxRecordsFit(buf, uvs, 32)) return -1760;
+    const char* records = buf.data() + uvs.at + kHeadSize;
+    const std::set<UV_tile> tiles = tilesOf(records, uvs.count, nullptr);
+    // Each tile file: the source up to the UV block's records, the reduced records, an end block.
+    const size_t prefix = uvs.at + kHeadSize;
+    const size_t recordBytes = size_t(32) * uvs.count;
+    std::vector<char> out(prefix + recordBytes + kHeadSize, 0);
+    std::memcpy(out.data(), buf.data(), prefix);
+    // Every corner reduced once: its tile and its fractions.
+    struct Corner {
+        int32_t u, v;
+        float fu, fv;
+    };
+    std::vector<Corner> corners(size_t(4) * uvs.count);
+    for (size_t c = 0; c < corners.size(); ++c) {
+        Corner& k = corners[c];
+        k.fu = reduce(kv::getF32BE(records + 8 * c), k.u);
+        k.fv = reduce(kv::getF32BE(records + 8 * c + 4), k.v);
+    }
+    const std::string base = FileNameExtract(vyxPath, 3);
+    int32_t i = 0;
+    for (const UV_tile& tile : tiles) {
+        const std::string name = base + std::to_string(i) + ".Vyx";
+        char* o = out.data() + prefix;
+        for (const Corner& k : corners) {
+            const bool inside = k.u == tile.u && k.v == tile.v;  // else the corner lies outside this tile
+            kv::putF32BE(o, inside ? k.fu : -1.0f);
+            kv::putF32BE(o + 4, inside ? k.fv : -1.0f);
+            o += 8;
+        }
+        if (!kv::writeFile(name.c_str(), out.data(), out.size())) return kv::fromInt(1501 + i);
+        UVTileStr.push_back(name);
+        ++i;
+    }
+    return kv::fromInt(i);
+}
+
+void getUVTileString(int32_t index, char* out) {
+    if (!out || index < 0 || static_cast<size_t>(index) >= UVTileStr.size()) return;
+    std::strcpy(out, UVTileStr[static_cast<size_t>(index)].c_str());
+}
+
+void clearUVTileString() { UVTileStr.clear(); }
