@@ -1,8 +1,8 @@
 // Fast number text for large text outputs (mesh writers format millions of numbers).
 // putG: single-precision values as printf("%g", (double)f) writes them, which is also what an
-// output stream writes for the double by default and what kv::appendG gives; several times
-// faster than the general std::to_chars path for the usual range, and falling back to it for
-// the rest. putInt/putUint: decimal integers.
+// output stream writes for the double by default and what std::to_chars gives in the general
+// form with 6 digits; several times faster than that path for the usual range, and falling
+// back to it for the rest. putInt/putUint: decimal integers.
 #pragma once
 
 #include <bit>

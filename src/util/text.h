@@ -77,12 +77,4 @@ inline void appendInt(std::vector<char>& out, Int v) {
     out.insert(out.end(), buf, r.ptr);
 }
 
-// Appends a float as printf's "%g" writes it (6 significant digits, shortest of fixed and
-// exponent forms, trailing zeros dropped, "-0" kept).
-inline void appendG(std::vector<char>& out, double v) {
-    char buf[32];
-    auto r = std::to_chars(buf, buf + sizeof buf, v, std::chars_format::general, 6);
-    out.insert(out.end(), buf, r.ptr);
-}
-
 }  // namespace kv
