@@ -392,7 +392,7 @@ int saveGroupsList(const char* path) {
         kv::putU32BE(p + 132, static_cast<uint32_t>(g.endFace));
         p += sizeof(groupID);
     }
-    return kv::writeFile(path, out.data(), out.size()) ? 0 : -3;
+    return kv::storeFile(path, out.data(), out.size()) ? 0 : -3;
 }
 
 int loadGroupsList(const char* path) {
@@ -430,7 +430,7 @@ double LeanSplitOBJ(const char* objPath, char* outPath) {
         if (out.empty()) return -2;
         const size_t count = set.count(0, s.vertexLines.size());
         std::string path = obj::freeName(folder + std::to_string(count), ".obj");
-        if (!kv::writeFile(path.c_str(), out.data(), out.size())) return -3;
+        if (!kv::storeFile(path.c_str(), out.data(), out.size())) return -3;
     }
     return 0;
 }
@@ -447,7 +447,7 @@ double LeanSplitVyx(const char* objPath, char* outPath) {
         if (!obj::outputBase(outPath, name, base)) return -3;
         buildVertexFile(s, size_t(number) < s.sets.size() ? &s.sets[size_t(number)] : nullptr, out);
         std::string path = obj::freeName(base, ".Vyt");
-        if (!kv::writeFile(path.c_str(), out.data(), out.size())) return -3;
+        if (!kv::storeFile(path.c_str(), out.data(), out.size())) return -3;
     }
     return 0;
 }
@@ -574,7 +574,7 @@ double ListSplitOBJ(const char* objPath, char* outPath) {
         if (!obj::outputBase(outPath, name, base)) return -3;
         buildVertexLines(s, k < s.sets.size() ? s.sets[k] : empty, 1, out);
         std::string path = obj::freeName(base, ".obj");
-        if (!kv::writeFile(path.c_str(), out.data(), out.size())) return -3;
+        if (!kv::storeFile(path.c_str(), out.data(), out.size())) return -3;
     }
     return 0;
 }
@@ -592,7 +592,7 @@ double ListSplitVyx(const char* objPath, char* outPath) {
         if (!obj::outputBase(outPath, name, base)) return -3;
         buildVertexFile(s, k < s.sets.size() ? &s.sets[k] : nullptr, out);
         std::string path = obj::freeName(base, ".Vyt");
-        if (!kv::writeFile(path.c_str(), out.data(), out.size())) return -3;
+        if (!kv::storeFile(path.c_str(), out.data(), out.size())) return -3;
     }
     return 0;
 }
