@@ -1,0 +1,206 @@
+// Hostile OBJ text and polygroup list files through every OBJ export: every cut of a combined
+// mesh, indices outside the mesh, a 10 MB line, NUL bytes, CRLF ends, a last line without its
+// end, and group names that would leave the output folder.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "hostile.h"
+#include "leanOBJ.h"
+
+using namespace kvtest;
+
+namespace {
+
+const std::string kCombined =
+    "# combined\n"
+    "v 0 0 0\nv 1 0 0\nvt 0.5 0.5\nv 0 1 0\nvn 0 0 1\nv 1 1 0\n"
+    "g left\nf 1/1 2/1 3/1\nf 2 4 3\n"
+    "g right\nf 3 4 1\nusemtl x\n";
+
+// The "v " lines of text, each once.
+std::set<std::string> vertexLines(const std::string& text) {
+    std::set<std::string> lines{"#start of vector"};
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);)
+        if (line.size() >= 2 && line[0] == 'v' && line[1] == ' ') lines.insert(line);
+    return lines;
+}
+
+size_t countVertexLines(const std::string& text) { return vertexLines(text).size() - 1; }
+
+// Every output file is a vertex-line file whose lines come from input, or a sound vertex file.
+void expectOutputsFrom(const Sandbox& box, const std::string& input) {
+    const std::set<std::string> allowed = vertexLines(input);
+    for (const auto& [name, bytes] : box.outputs()) {
+        SCOPED_TRACE(name);
+        if (name.size() >= 4 && name.compare(name.size() - 4, 4, ".Vyt") == 0) {
+            ASSERT_GE(bytes.size(), 16u);
+            const uint32_t count = uint32_t(static_cast<unsigned char>(bytes[8])) << 24 | uint32_t(static_cast<unsigned char>(bytes[9])) << 16 |
+                                   uint32_t(static_cast<unsigned char>(bytes[10])) << 8 | static_cast<unsigned char>(bytes[11]);
+            EXPECT_EQ(bytes.size(), 16 + 12 * size_t(count));
+            EXPECT_EQ(bytes.substr(4, 4), be32(uint32_t(bytes.size())));
+        } else {
+            EXPECT_TRUE(bytes.empty() || bytes.back() == '\n');  // empty: a polygroup without faces
+            std::istringstream in(bytes);
+            for (std::string line; std::getline(in, line);) EXPECT_TRUE(allowed.count(line)) << line;
+        }
+    }
+}
+
+// A polygroup list file record.
+std::string record(const std::string& name, int32_t first, int32_t end) {
+    std::string r = name.substr(0, 128);
+    r.resize(128, '\0');
+    return r + be32(uint32_t(first)) + be32(uint32_t(end));
+}
+
+float load(const std::string& listFile) { return callFn(GroupListLoad, listFile.c_str()); }
+
+}  // namespace
+
+// Every prefix of a combined mesh through the splits, the append and the vertex transfer.
+TEST(HostileObj, CombinedMeshCutAtEveryOffset) {
+    Sandbox box;
+    const std::string list = box.input("groups.lst", record("left", 0, 2) + record("right", 2, 3));
+    const std::string outPath = box.out + "/x";
+    box.input("c.obj", kCombined);  // as the last cut leaves it
+    const auto before = box.outside();
+    for (size_t cut = 0; cut <= kCombined.size(); ++cut) {
+        const std::string text = kCombined.substr(0, cut);
+        SCOPED_TRACE(text);
+        const std::string obj = box.input("c.obj", text);
+        const float lean = callFn(SplitOBJ, obj.c_str(), 0, outPath.c_str());
+        // -2: a group line is cut before its first face.
+        EXPECT_TRUE(lean == 0 || lean == -2) << lean;
+        EXPECT_EQ(callFn(SplitOBJtoVyx, obj.c_str(), 0, outPath.c_str()), 0);
+        ASSERT_EQ(load(list), 0);
+        EXPECT_EQ(callFn(ListSplitOBJtoOBJ, obj.c_str(), 0, outPath.c_str()), 0);
+        EXPECT_EQ(callFn(ListSplitOBJtoVyx, obj.c_str(), 0, outPath.c_str()), 0);
+        expectOutputsFrom(box, text);
+        box.clearOut();
+
+        // The append copies the vertex lines and counts them; the transfer appends the rest.
+        callFn(GroupListClear, nullptr);
+        const std::string combined = box.out + "/all.obj", vertices = box.out + "/v.obj";
+        EXPECT_EQ(callFn(AppendOBJ, obj.c_str(), 7, combined.c_str()), float(countVertexLines(text)));
+        EXPECT_EQ(readAll(combined).size() > 0, text.find("v ") != std::string::npos || text.find("\nf") != std::string::npos ||
+                                                    text.find("\ng") != std::string::npos);
+        EXPECT_EQ(callFn(SwapVertices, vertices.c_str(), 0, obj.c_str()), countVertexLines(text) ? 0 : -30);
+        box.clearOut();
+    }
+    callFn(GroupListClear, nullptr);
+    EXPECT_EQ(box.outside(), before);
+}
+
+// Indices 0, negative, at and beyond the 32-bit limits, and numbers that do not parse.
+TEST(HostileObj, FaceIndicesOutsideTheMesh) {
+    Sandbox box;
+    const std::string text =
+        "v 0 0 0\nv 1 0 0\nv 0 1 0\n"
+        "g a\nf 1 2 3\n"
+        "g b\nf 2 -1 0 5 2147483647 -2147483648 -2147483649 3\n"
+        "g c\nf 3 4294967295 1\nf 2 99999999999999999999 1\nf x 1\n";
+    const std::string obj = box.input("c.obj", text), outPath = box.out + "/";
+    const auto before = box.outside();
+
+    // Indices that name no vertex are skipped; 0 names the placeholder of the lean split; reading
+    // stops at the first number that does not fit 32 bits.
+    ASSERT_EQ(callFn(SplitOBJ, obj.c_str(), 0, outPath.c_str()), 0);
+    EXPECT_EQ(box.outputs(), (std::map<std::string, std::string>{{"3.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\n"},
+                                                                  {"2.obj", "#start of vector\nv 1 0 0\n"},
+                                                                  {"2_copy1.obj", "v 1 0 0\nv 0 1 0\n"}}));
+    box.clearOut();
+    ASSERT_EQ(callFn(SplitOBJtoVyx, obj.c_str(), 0, outPath.c_str()), 0);
+    auto files = box.outputs();
+    ASSERT_EQ(files.size(), 3u);
+    EXPECT_EQ(files["b.Vyt"], be32(10001) + be32(28) + be32(1) + be32(0) + f32(1) + f32(0) + f32(0));
+    EXPECT_EQ(files["c.Vyt"].size(), 16u + 24u);
+    box.clearOut();
+
+    // The list split reads the same faces by range: a = face 0, b = face 1, c = faces 2 to 4.
+    const std::string list = box.input("g.lst", record("a", 0, 1) + record("b", 1, 2) + record("c", 2, 5));
+    ASSERT_EQ(load(list), 0);
+    ASSERT_EQ(callFn(ListSplitOBJtoOBJ, obj.c_str(), 0, outPath.c_str()), 0);
+    files = box.outputs();
+    EXPECT_EQ(files["b.obj"], "v 1 0 0\n");
+    EXPECT_EQ(files["c.obj"], "v 1 0 0\nv 0 1 0\n");
+    box.clearOut();
+    ASSERT_EQ(callFn(ListSplitOBJtoVyx, obj.c_str(), 0, outPath.c_str()), 0);
+    EXPECT_EQ(box.outputs()["b.Vyt"], be32(10001) + be32(28) + be32(1) + be32(0) + f32(1) + f32(0) + f32(0));
+    box.clearOut();
+    std::remove(list.c_str());
+
+    // The append shifts every index read, in 64 bits, by offsets at the 32-bit limits.
+    callFn(GroupListClear, nullptr);
+    const std::string combined = box.out + "/all.obj";
+    EXPECT_EQ(callFn(AppendOBJ, obj.c_str(), 2147483647.0, combined.c_str()), 3);
+    EXPECT_EQ(callFn(AppendOBJ, obj.c_str(), -2147483648.0, combined.c_str()), 3);
+    const std::string all = readAll(combined);
+    EXPECT_NE(all.find("f 2147483648 2147483649 2147483650 \n"), std::string::npos) << all;
+    EXPECT_NE(all.find("f 2147483649 2147483646 2147483647 2147483652 4294967294 -1 \n"), std::string::npos) << all;
+    EXPECT_NE(all.find("f -2147483647 -2147483646 -2147483645 \n"), std::string::npos) << all;
+    EXPECT_EQ(callFn(GroupListSize, nullptr), 2);
+    callFn(GroupListClear, nullptr);
+    box.clearOut();
+    EXPECT_EQ(box.outside(), before);
+}
+
+// One 10 MB line of each kind (vertex, face, group name, other), NUL bytes, CRLF line ends and
+// a last line without its end; each export in a child whose memory growth is measured.
+TEST(HostileObj, LongLinesNulBytesAndLineEnds) {
+    Sandbox box;
+    const size_t tenMB = size_t(10) << 20;
+    std::string longFace = "f";
+    while (longFace.size() < tenMB) longFace += " 1 2 3";
+    struct Case {
+        const char* what;
+        std::string text;
+    };
+    const std::vector<Case> cases = {
+        {"long vertex line", "v 1 2 " + std::string(tenMB, '3') + "\nv 0 0 0\nv 1 1 1\ng a\nf 1 2 3\n"},
+        {"long face line", "v 0 0 0\nv 1 0 0\nv 0 1 0\ng a\n" + longFace + "\n"},
+        {"long group line", "v 0 0 0\nv 1 0 0\nv 0 1 0\ng " + std::string(tenMB, 'n') + "\nf 1 2 3\n"},
+        {"long other line", "v 0 0 0\nv 1 0 0\nv 0 1 0\ng a\n#" + std::string(tenMB, ' ') + "\nf 1 2 3"},
+        {"one long line without an end", "v" + std::string(tenMB, ' ')},
+        {"NUL bytes", std::string("v 0 0 0\0junk\nv 1\0 0 0\nv 0 1 0\ng a\0b\nf 1 2\0 3\n\0\0\nf 3 2 1\ng a\nf 2 3 1\n", 71)},
+        {"CRLF ends", "v 0 0 0\r\nv 1 0 0\r\nv 0 1 0\r\ng a\r\nf 1 2 3\r\ng b\r\nf 3/1 2/2 1/3\r\n"},
+        {"CR only", "v 0 0 0\rv 1 0 0\rg a\rf 1 2\r"},
+        {"no line ends at all", "f 1 2 3"},
+        {"only line ends", std::string(1000, '\n')},
+    };
+    const std::string list = box.input("g.lst", record("a", 0, 1) + record("b", 1, 100));
+    const std::string outPath = box.out + "/";
+    const std::string obj = box.in + "/c.obj";
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        writeAll(obj, c.text);
+        const auto before = box.outside();
+        auto check = [&](const char* name, const std::function<float()>& fn, std::initializer_list<float> allowed) {
+            SCOPED_TRACE(name);
+            const Measured m = inChild(fn);
+            ASSERT_TRUE(m.ok) << "no report from the child";
+            if (getenv("KV_SHOW_MEMORY")) std::printf("%s / %s: input %zu KiB, growth %ld KiB\n", c.what, name, c.text.size() / 1024, m.growthKiB);
+            EXPECT_TRUE(std::find(allowed.begin(), allowed.end(), m.result) != allowed.end()) << m.result;
+            if (!kUnderAsan) {
+                EXPECT_LE(m.growthKiB, memoryAllowanceKiB(c.text.size()));
+            }
+            if (std::string(name).find("Split") != std::string::npos) expectOutputsFrom(box, c.text);
+            box.clearOut();
+            EXPECT_EQ(box.outside(), before);
+        };
+        // -2 for a group without faces; -3 for a name no file can have (10 MB).
+        check("SplitOBJ", [&] { return callFn(SplitOBJ, obj.c_str(), 0, outPath.c_str()); }, {0, -2});
+        check("SplitOBJtoVyx", [&] { return callFn(SplitOBJtoVyx, obj.c_str(), 0, outPath.c_str()); }, {0, -3});
+        check("ListSplitOBJtoOBJ", [&] { load(list); return callFn(ListSplitOBJtoOBJ, obj.c_str(), 0, outPath.c_str()); }, {0});
+        check("ListSplitOBJtoVyx", [&] { load(list); return callFn(ListSplitOBJtoVyx, obj.c_str(), 0, outPath.c_str()); }, {0});
+        const std::string combined = box.out + "/all.obj";
+        const float vertices = float(countVertexLines(c.text));
+        check("AppendOBJ", [&] { return callFn(AppendOBJ, obj.c_str(), 3, combined.c_str()); }, {vertices});
+        check("SwapVertices", [&] { return callFn(SwapVertices, combined.c_str(), 0, obj.c_str()); }, {vertices > 0 ? 0.f : -30.f});
+    }
+}
