@@ -204,3 +204,107 @@ TEST(HostileObj, LongLinesNulBytesAndLineEnds) {
         check("SwapVertices", [&] { return callFn(SwapVertices, combined.c_str(), 0, obj.c_str()); }, {vertices > 0 ? 0.f : -30.f});
     }
 }
+
+// Group names that would leave the output folder ("..", absolute) give -3 and write nothing
+// outside it; very long names are cut (list) or refused (file names of the system's limit).
+TEST(HostileObj, GroupNamesThatLeaveTheFolderOrAreTooLong) {
+    Sandbox box;
+    const std::string outPath = box.out + "/";
+    const std::string mesh = "v 0 0 0\nv 1 0 0\nv 0 1 0\n";
+    const std::string absolute = box.root / "abs";
+    const std::vector<std::string> escaping = {"..", "../x", "a/../../x", "../../../marker", absolute, "/" + std::string(200, 'z')};
+    callFn(GroupListClear, nullptr);
+    for (const std::string& name : escaping) {
+        SCOPED_TRACE(name);
+        const std::string obj = box.input("c.obj", mesh + "g " + name + "\nf 1 2 3\n");
+        const std::string list = box.input("g.lst", record(name, 0, 1));
+        const auto before = box.outside();
+        EXPECT_EQ(callFn(SplitOBJtoVyx, obj.c_str(), 0, outPath.c_str()), -3);
+        ASSERT_EQ(load(list), 0);
+        EXPECT_EQ(callFn(ListSplitOBJtoOBJ, obj.c_str(), 0, outPath.c_str()), -3);
+        EXPECT_EQ(callFn(ListSplitOBJtoVyx, obj.c_str(), 0, outPath.c_str()), -3);
+        // The lean split names its files by vertex count: the name plays no part.
+        EXPECT_EQ(callFn(SplitOBJ, obj.c_str(), 0, outPath.c_str()), 0);
+        EXPECT_EQ(box.outputs(), (std::map<std::string, std::string>{{"3.obj", mesh}}));
+        box.clearOut();
+        EXPECT_EQ(box.outside(), before);
+    }
+
+    // A name inside the folder, through a sub-folder that exists, is written there.
+    std::filesystem::create_directory(box.out + "/sub");
+    const std::string obj = box.input("c.obj", mesh + "g sub/../sub/p\nf 1 2 3\n");
+    EXPECT_EQ(callFn(SplitOBJtoVyx, obj.c_str(), 0, outPath.c_str()), -3);  // any ".." is refused
+    box.input("c.obj", mesh + "g sub/p\nf 1 2 3\n");
+    EXPECT_EQ(callFn(SplitOBJtoVyx, obj.c_str(), 0, outPath.c_str()), 0);
+    EXPECT_EQ(readAll(box.out + "/sub/p.Vyt").size(), 16u + 36u);
+    box.clearOut();
+
+    // 4096-byte names: a file name that long cannot be created (-3); in the list it is cut to 127
+    // bytes, on load as on add, and that name can be written.
+    const std::string longName(4096, 'L');
+    box.input("c.obj", mesh + "g " + longName + "\nf 1 2 3\n");
+    const std::string part = box.input(std::string(200, 'P') + ".obj", mesh + "g x\nf 1 2 3\n");
+    const auto before = box.outside();
+    EXPECT_EQ(callFn(SplitOBJtoVyx, obj.c_str(), 0, outPath.c_str()), -3);
+    EXPECT_TRUE(box.outputs().empty());
+    callFn(GroupListClear, nullptr);
+    ASSERT_EQ(callFn(GroupListAdd, longName.c_str(), 1), 0);
+    char name[4200] = {};
+    ASSERT_EQ(callFn(GroupListGetName, nullptr, 0, name), 0);
+    EXPECT_EQ(std::string(name), longName.substr(0, 127));
+    EXPECT_EQ(callFn(ListSplitOBJtoVyx, obj.c_str(), 0, outPath.c_str()), 0);
+    EXPECT_EQ(box.outputs().count(longName.substr(0, 127) + ".Vyt"), 1u);
+    box.clearOut();
+    // The appended part's group name is its file name, cut the same way.
+    callFn(GroupListClear, nullptr);
+    EXPECT_EQ(callFn(AppendOBJ, part.c_str(), 0, (box.out + "/all.obj").c_str()), 3);
+    ASSERT_EQ(callFn(GroupListGetName, nullptr, 0, name), 0);
+    EXPECT_EQ(std::string(name), std::string(127, 'P'));
+    EXPECT_NE(readAll(box.out + "/all.obj").find("g " + std::string(127, 'P') + "\n"), std::string::npos);
+    box.clearOut();
+    callFn(GroupListClear, nullptr);
+    EXPECT_EQ(box.outside(), before);
+}
+
+// The polygroup list file cut at every offset, names that fill the whole field, and face ranges
+// at the 32-bit limits; a list file of 10 MB loads within a small multiple of its size.
+TEST(HostileObj, GroupListFileCutFullAndAtLimits) {
+    Sandbox box;
+    const std::string full = record(std::string(128, 'N'), 0, 2) + record("b", 2, 3);
+    const std::string obj = box.input("c.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2\nf 2 3\nf 3 1\nf 1 1\n");
+    const std::string outPath = box.out + "/";
+    char name[256];
+    for (size_t cut = 0; cut <= full.size(); ++cut) {
+        SCOPED_TRACE(cut);
+        ASSERT_EQ(load(box.input("g.lst", full.substr(0, cut))), 0);
+        // A short tail is one more record; its missing bytes read as zeros.
+        EXPECT_EQ(callFn(GroupListSize, nullptr), cut == 0 ? -1.f : float((cut + 135) / 136));
+        ASSERT_EQ(callFn(GroupListGetName, nullptr, 0, name), 0);
+        EXPECT_EQ(std::string(name), cut == 0 ? "null" : std::string(std::min<size_t>(cut, 127), 'N'));
+        const float r = callFn(ListSplitOBJtoVyx, obj.c_str(), 0, outPath.c_str());
+        EXPECT_EQ(r, cut == 0 ? -5 : 0);
+        expectOutputsFrom(box, "");
+        box.clearOut();
+    }
+    for (int32_t first : {INT32_MIN, -1, 0, 2, INT32_MAX})
+        for (int32_t end : {INT32_MIN, -1, 0, 1, INT32_MAX}) {
+            SCOPED_TRACE(std::to_string(first) + " " + std::to_string(end));
+            ASSERT_EQ(load(box.input("g.lst", record("a", first, end) + record("b", end, first))), 0);
+            EXPECT_EQ(callFn(ListSplitOBJtoOBJ, obj.c_str(), 0, outPath.c_str()), 0);
+            EXPECT_EQ(callFn(CreateFacesList, nullptr), 0);
+            // The count is a 32-bit signed word: the difference wraps.
+            EXPECT_EQ(callFn(GetFaces, "a"), float(int32_t(uint32_t(end) - uint32_t(first))));
+            expectOutputsFrom(box, readAll(obj));
+            box.clearOut();
+        }
+    std::string big;
+    for (size_t i = 0; big.size() < (size_t(10) << 20); ++i) big += record("g" + std::to_string(i % 1000), int32_t(i), int32_t(i + 1));
+    const std::string bigList = box.input("big.lst", big);
+    const Measured m = inChild([&] { return load(bigList) == 0 ? callFn(GroupListSize, nullptr) : -1.f; });
+    ASSERT_TRUE(m.ok);
+    EXPECT_EQ(m.result, float(big.size() / 136));
+    if (!kUnderAsan) {
+        EXPECT_LE(m.growthKiB, memoryAllowanceKiB(big.size()));
+    }
+    callFn(GroupListClear, nullptr);
+}
