@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -205,4 +206,45 @@ TEST(CrashSafety, FailedAppendLeavesTheOldContent) {
     ASSERT_TRUE(WIFEXITED(status)) << status;
     EXPECT_EQ(WEXITSTATUS(status), 2);
     EXPECT_EQ(kvtest::readAll(combined), old);
+}
+
+// New files get the usual mode (0666 less the umask), replaced files keep theirs, and a file
+// the process may not write is not replaced behind its back.
+TEST(CrashSafety, ReplacementsKeepModesAndRespectUnwritableFiles) {
+    TempDir dir;
+    const std::string fresh = dir / "fresh", kept = dir / "kept", locked = dir / "locked";
+    const mode_t oldMask = ::umask(022);
+    ASSERT_TRUE(kv::replaceFile(fresh.c_str(), "new", 3));
+    ::umask(077);
+    ASSERT_TRUE(kv::storeFile((dir / "private").c_str(), "p", 1));
+    ::umask(oldMask);
+    struct stat st {};
+    ASSERT_EQ(::stat(fresh.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0644u);
+    ASSERT_EQ(::stat((dir / "private").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0600u);
+    kvtest::writeAll(kept, "old");
+    ::chmod(kept.c_str(), 0604);
+    ASSERT_TRUE(kv::storeFile(kept.c_str(), "newer", 5));
+    ASSERT_EQ(::stat(kept.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0604u);
+    EXPECT_EQ(kvtest::readAll(kept), "newer");
+
+    // A read-only file: refused for a user without the right to write it (root may write any
+    // file, so the check runs as an unprivileged user in a child).
+    kvtest::writeAll(locked, "locked");
+    ::chmod(locked.c_str(), 0444);
+    ::chmod(dir.path.c_str(), 0777);  // the folder itself stays writable
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        if (::getuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0)) ::_exit(10);
+        const bool stored = kv::storeFile(locked.c_str(), "x", 1) || kv::replaceFile(locked.c_str(), "x", 1);
+        ::_exit(stored ? 1 : 0);
+    }
+    int status = -1;
+    ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_EQ(kvtest::readAll(locked), "locked");
+    EXPECT_EQ(entries(dir.path), (std::vector<std::string>{"fresh", "kept", "locked", "private"}));
 }
