@@ -155,6 +155,7 @@ TEST(HostileObj, FaceIndicesOutsideTheMesh) {
 TEST(HostileObj, LongLinesNulBytesAndLineEnds) {
     Sandbox box;
     const size_t tenMB = size_t(10) << 20;
+    static const char kNulText[] = "v 0 0 0\0junk\nv 1\0 0 0\nv 0 1 0\ng a\0b\nf 1 2\0 3\n\0\0\nf 3 2 1\ng a\nf 2 3 1\n";
     std::string longFace = "f";
     while (longFace.size() < tenMB) longFace += " 1 2 3";
     struct Case {
@@ -167,7 +168,7 @@ TEST(HostileObj, LongLinesNulBytesAndLineEnds) {
         {"long group line", "v 0 0 0\nv 1 0 0\nv 0 1 0\ng " + std::string(tenMB, 'n') + "\nf 1 2 3\n"},
         {"long other line", "v 0 0 0\nv 1 0 0\nv 0 1 0\ng a\n#" + std::string(tenMB, ' ') + "\nf 1 2 3"},
         {"one long line without an end", "v" + std::string(tenMB, ' ')},
-        {"NUL bytes", std::string("v 0 0 0\0junk\nv 1\0 0 0\nv 0 1 0\ng a\0b\nf 1 2\0 3\n\0\0\nf 3 2 1\ng a\nf 2 3 1\n", 71)},
+        {"NUL bytes", std::string(kNulText, sizeof kNulText - 1)},
         {"CRLF ends", "v 0 0 0\r\nv 1 0 0\r\nv 0 1 0\r\ng a\r\nf 1 2 3\r\ng b\r\nf 3/1 2/2 1/3\r\n"},
         {"CR only", "v 0 0 0\rv 1 0 0\rg a\rf 1 2\r"},
         {"no line ends at all", "f 1 2 3"},
