@@ -402,6 +402,7 @@ int loadGroupsList(const char* path) {
     faceIndex = 0;  // stays 0: the loaded records carry their own face ranges
     std::vector<char> buf;
     if (!kv::readFile(path, buf)) return -3;
+    groupsList.reserve((buf.size() + sizeof(groupID) - 1) / sizeof(groupID));  // one record per 136 bytes, no regrowth
     for (size_t at = 0; at < buf.size(); at += sizeof(groupID)) {
         char rec[sizeof(groupID)] = {};  // a short tail record reads as zeros past the file's end
         std::memcpy(rec, buf.data() + at, std::min(sizeof rec, buf.size() - at));

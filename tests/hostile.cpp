@@ -4,6 +4,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <gtest/gtest.h>
+
 #include <bit>
 #include <cstdio>
 #include <cstring>
@@ -123,6 +125,10 @@ Measured inChild(const std::function<float()>& fn) {
     ::close(fds[1]);
     if (pid > 0) {
         if (::read(fds[0], &m, sizeof m) != ssize_t(sizeof m)) m.ok = false;
+        if (std::getenv("KV_SHOW_MEMORY")) {
+            const auto* test = ::testing::UnitTest::GetInstance()->current_test_info();
+            std::printf("%s: peak growth %ld KiB\n", test ? test->name() : "?", m.growthKiB);
+        }
         int status = 0;
         ::waitpid(pid, &status, 0);
     }

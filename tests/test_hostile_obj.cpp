@@ -191,7 +191,6 @@ TEST(HostileObj, LongLinesNulBytesAndLineEnds) {
             SCOPED_TRACE(name);
             const Measured m = inChild(fn);
             ASSERT_TRUE(m.ok) << "no report from the child";
-            if (getenv("KV_SHOW_MEMORY")) std::printf("%s / %s: input %zu KiB, growth %ld KiB\n", c.what, name, c.text.size() / 1024, m.growthKiB);
             EXPECT_TRUE(std::find(codes.begin(), codes.end(), m.result) != codes.end()) << m.result;
             if (!kUnderAsan) {
                 EXPECT_LE(m.growthKiB, memoryAllowanceKiB(c.text.size()));
