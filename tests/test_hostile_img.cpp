@@ -172,3 +172,29 @@ TEST(HostileImages, BmpCutAndHeaderFieldsAtTheirLimits) {
     EXPECT_EQ(box.outside(), before);
     CropBMP_SetWidth(nullptr, 50, nullptr, nullptr);
 }
+
+// The second image of a merge or heal cut anywhere: refused, the first image left as it was.
+TEST(HostileImages, SecondPsdCutAtEveryInterestingOffset) {
+    Sandbox box;
+    const std::string a = box.out + "/a.psd", b = box.out + "/b.psd";
+    const std::string first = uniform(120, 120, {1, 2, 3}).bytes();
+    const std::string second = uniform(120, 120, {7, 8, 9}).bytes();
+    std::vector<size_t> cuts;
+    for (size_t cut = 0; cut < 64; ++cut) cuts.push_back(cut);  // the header and section lengths
+    for (size_t plane = 1; plane <= 3; ++plane)
+        for (size_t d : {size_t(0), size_t(1)}) cuts.push_back(40 + plane * 120 * 120 - d);  // plane ends
+    for (size_t cut : cuts) {
+        if (cut >= second.size()) continue;
+        SCOPED_TRACE(cut);
+        for (KelvaneFn fn : {MergePSDfiles, HealPSDfiles}) {
+            writeAll(a, first);
+            writeAll(b, second.substr(0, cut));
+            const float r = callFn(fn, a.c_str(), 1, b.c_str());
+            EXPECT_TRUE(oneOf(r, {-1, -2, -3, -4, -6})) << r;
+            EXPECT_EQ(readAll(a), first);
+        }
+    }
+    writeAll(b, second);
+    EXPECT_EQ(callFn(MergePSDfiles, a.c_str(), 0x010203, b.c_str()), 0);
+    EXPECT_EQ(box.outputs().size(), 2u);
+}

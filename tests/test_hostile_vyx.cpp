@@ -4,7 +4,9 @@
 // small multiple of its input.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <limits>
 #include <set>
 #include <string>
 #include <vector>
@@ -190,4 +192,30 @@ TEST(HostileVyx, CountsAndLengthsAtTheirLimits) {
         }
     }
     EXPECT_EQ(box.outside(), before);
+}
+
+// Subdivision levels whose run lengths leave 32 bits (or are NaN): the runs wrap as unsigned
+// words, and the conversion still stops every run at the end of the face block.
+TEST(HostileVyx, FaceRunLevelsAtTheirLimits) {
+    Sandbox box;
+    const Mesh mesh;
+    const std::string vyx = box.input("m.Vyx", mesh.bytes);
+    const std::string obj = box.out + "/m.obj";
+    const double inf = std::numeric_limits<double>::infinity();
+    // level, face lines written: 0 when the runs are 0 (4 to a negative power truncates to 0),
+    // else both faces, once each, in the first run.
+    const std::vector<std::pair<double, size_t>> levels = {
+        {0.0, 0}, {-1e9, 0}, {-inf, 0}, {17.0, 2}, {1e9, 2}, {inf, 2}, {std::numeric_limits<double>::quiet_NaN(), 2}};
+    for (const auto& [level, faces] : levels) {
+        SCOPED_TRACE(level);
+        ASSERT_EQ(callFn(getFaceIDs, vyx.c_str(), level), 2);
+        ASSERT_EQ(callFn(vyxtoOBJ, vyx.c_str(), 0, obj.c_str()), 0);
+        const std::string text = readAll(obj);
+        size_t lines = 0;
+        for (size_t at = text.find("\nf "); at != std::string::npos; at = text.find("\nf ", at + 1)) ++lines;
+        EXPECT_EQ(lines, faces);
+        if (faces) {
+            EXPECT_NE(text.find("#FaceID 1\nf 1 2 3 \nf 3 2 1 \n"), std::string::npos) << text;
+        }
+    }
 }
