@@ -93,6 +93,6 @@ float cropBMP(const char* source, const char* destination, int startByte, int wi
         position += rowSize;          // the same column of the next row
     }
     offset = static_cast<uint32_t>(position);
-    if (!destination || !kv::writeFile(destination, out.data(), out.size())) return -5;
+    if (!destination || !kv::storeFile(destination, out.data(), out.size())) return -5;
     return 0;
 }

@@ -153,7 +153,7 @@ float GrayscalePSD(const char* source, const char* destination, int level) {
         }
         out[size_t(offst) + k] = static_cast<char>(gray);
     }
-    return destination && kv::writeFile(destination, out.data(), out.size()) ? 0 : -5;
+    return destination && kv::storeFile(destination, out.data(), out.size()) ? 0 : -5;
 }
 
 float mergePSD(const char* first, const char* second, float keyColour) {
@@ -273,5 +273,5 @@ float createThumb(const char* path, int size) {
         }
     }
     const std::string thumb = withoutExtension(path) + "_thumb.psd";
-    return kv::writeFile(thumb.c_str(), out.data(), out.size()) ? 0 : -5;
+    return kv::storeFile(thumb.c_str(), out.data(), out.size()) ? 0 : -5;
 }

@@ -232,10 +232,7 @@ float writeOBJfromVyx(const char* vyxPath, char* objOutPath) {
             w.advance(p);
         }
     }
-    if (!w.close()) {
-        std::remove(objOutPath);  // a cut OBJ file is worse than none
-        return -2;
-    }
+    if (!w.close()) return -2;  // a cut new file is removed, an old one left whole
     faceID.clear();
     return 0;
 }
@@ -249,9 +246,7 @@ int ReadVertColorVyx(const char* vyxPath, char* rgbPath) {
     kv::BlockWriter w;
     if (!w.open(rgbPath)) return -2;
     putRGBBlock(w, buf.data() + colours.at + kHeadSize, colours.count);
-    if (w.close()) return 0;
-    std::remove(rgbPath);
-    return -2;
+    return w.close() ? 0 : -2;
 }
 
 float GetFaceIDsVyx(const char* vyxPath, double level) {
@@ -399,7 +394,7 @@ float GetUVsFromVyx(const char* vyxPath) {
             kv::putF32BE(o + 4, inside ? k.fv : -1.0f);
             o += 8;
         }
-        if (!kv::writeFile(name.c_str(), out.data(), out.size())) return kv::fromInt(1501 + i);
+        if (!kv::storeFile(name.c_str(), out.data(), out.size())) return kv::fromInt(1501 + i);
         UVTileStr.push_back(name);
         ++i;
     }

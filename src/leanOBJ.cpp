@@ -339,6 +339,8 @@ vertexS parseVertex(std::string_view line) {
 
 bool outputBase(const char* outPath, std::string_view name, std::string& base) {
     if (!name.empty() && name[0] == '/') return false;
+    // A NUL would end the path early: the file would get another name than the group's.
+    if (name.find('\0') != std::string_view::npos) return false;
     for (size_t i = 0; i <= name.size();) {
         size_t slash = name.find('/', i);
         if (slash == std::string_view::npos) slash = name.size();
@@ -392,7 +394,7 @@ int saveGroupsList(const char* path) {
         kv::putU32BE(p + 132, static_cast<uint32_t>(g.endFace));
         p += sizeof(groupID);
     }
-    return kv::writeFile(path, out.data(), out.size()) ? 0 : -3;
+    return kv::storeFile(path, out.data(), out.size()) ? 0 : -3;
 }
 
 int loadGroupsList(const char* path) {
@@ -400,6 +402,7 @@ int loadGroupsList(const char* path) {
     faceIndex = 0;  // stays 0: the loaded records carry their own face ranges
     std::vector<char> buf;
     if (!kv::readFile(path, buf)) return -3;
+    groupsList.reserve((buf.size() + sizeof(groupID) - 1) / sizeof(groupID));  // one record per 136 bytes, no regrowth
     for (size_t at = 0; at < buf.size(); at += sizeof(groupID)) {
         char rec[sizeof(groupID)] = {};  // a short tail record reads as zeros past the file's end
         std::memcpy(rec, buf.data() + at, std::min(sizeof rec, buf.size() - at));
@@ -430,7 +433,7 @@ double LeanSplitOBJ(const char* objPath, char* outPath) {
         if (out.empty()) return -2;
         const size_t count = set.count(0, s.vertexLines.size());
         std::string path = obj::freeName(folder + std::to_string(count), ".obj");
-        if (!kv::writeFile(path.c_str(), out.data(), out.size())) return -3;
+        if (!kv::storeFile(path.c_str(), out.data(), out.size())) return -3;
     }
     return 0;
 }
@@ -447,7 +450,7 @@ double LeanSplitVyx(const char* objPath, char* outPath) {
         if (!obj::outputBase(outPath, name, base)) return -3;
         buildVertexFile(s, size_t(number) < s.sets.size() ? &s.sets[size_t(number)] : nullptr, out);
         std::string path = obj::freeName(base, ".Vyt");
-        if (!kv::writeFile(path.c_str(), out.data(), out.size())) return -3;
+        if (!kv::storeFile(path.c_str(), out.data(), out.size())) return -3;
     }
     return 0;
 }
@@ -574,7 +577,7 @@ double ListSplitOBJ(const char* objPath, char* outPath) {
         if (!obj::outputBase(outPath, name, base)) return -3;
         buildVertexLines(s, k < s.sets.size() ? s.sets[k] : empty, 1, out);
         std::string path = obj::freeName(base, ".obj");
-        if (!kv::writeFile(path.c_str(), out.data(), out.size())) return -3;
+        if (!kv::storeFile(path.c_str(), out.data(), out.size())) return -3;
     }
     return 0;
 }
@@ -592,7 +595,7 @@ double ListSplitVyx(const char* objPath, char* outPath) {
         if (!obj::outputBase(outPath, name, base)) return -3;
         buildVertexFile(s, k < s.sets.size() ? &s.sets[k] : nullptr, out);
         std::string path = obj::freeName(base, ".Vyt");
-        if (!kv::writeFile(path.c_str(), out.data(), out.size())) return -3;
+        if (!kv::storeFile(path.c_str(), out.data(), out.size())) return -3;
     }
     return 0;
 }

@@ -86,18 +86,32 @@ bool writeFile(const char* path, const void* data, size_t size) {
 bool appendFile(const char* path, const void* data, size_t size) {
     int fd = ::open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
     if (fd < 0) return false;
-    bool ok = writeAll(fd, data, size);
+    struct stat st {};
+    bool ok = ::fstat(fd, &st) == 0;
+    ok = ok && writeAll(fd, data, size);
+    // A failed append takes back what it wrote, so the old content stays as it was.
+    if (!ok && st.st_size >= 0 && S_ISREG(st.st_mode)) (void)::ftruncate(fd, st.st_size);
     return (::close(fd) == 0) && ok;
+}
+
+// The mode a file created with 0666 gets under the process's file creation mask.
+static mode_t newFileMode() {
+    const mode_t mask = ::umask(0);  // the only way to read the mask; set back at once
+    ::umask(mask);
+    return 0666 & ~mask;
 }
 
 bool replaceFile(const char* path, const void* data, size_t size) {
     struct stat st {};
     const bool existed = ::stat(path, &st) == 0;
+    // A file the caller may not write is not replaced behind its back (renaming over it would
+    // succeed in a writable folder): it counts as a file that cannot be created.
+    if (existed && ::access(path, W_OK) != 0) return false;
     std::string tmp = std::string(path) + ".kvtmpXXXXXX";
-    int fd = ::mkstemp(tmp.data());
+    int fd = ::mkstemp(tmp.data());  // created with mode 0600
     if (fd < 0) return false;
     bool ok = writeAll(fd, data, size);
-    if (ok && existed) ok = ::fchmod(fd, st.st_mode & 07777) == 0;
+    if (ok) ok = ::fchmod(fd, existed ? (st.st_mode & 07777) : newFileMode()) == 0;
     if (ok) ok = ::fsync(fd) == 0;
     ok = (::close(fd) == 0) && ok;
     if (ok) ok = ::rename(tmp.c_str(), path) == 0;

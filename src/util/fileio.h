@@ -18,16 +18,20 @@ bool readFileRepeatLast(const char* path, std::vector<char>& out);
 // could not be written completely is removed.
 bool writeFile(const char* path, const void* data, size_t size);
 
-// Appends size bytes to path (created when missing). False on any failure.
+// Appends size bytes to path (created when missing). False on any failure; an append that fails
+// part-way is cut off again, so the file keeps exactly its old content.
 bool appendFile(const char* path, const void* data, size_t size);
 
 // Replaces the file at path atomically: the bytes go to a temporary sibling which is then
-// renamed over path, keeping path's permission bits. Either the old or the new content is
-// on disk afterwards, never a mixture. False on any failure (path is then unchanged).
+// renamed over path, keeping path's permission bits (a new file gets 0666 less the umask, as
+// writeFile's would). Either the old or the new content is on disk afterwards, never a mixture.
+// An existing file the process may not write (access W_OK fails) is refused. False on any
+// failure (path is then unchanged).
 bool replaceFile(const char* path, const void* data, size_t size);
 
 // Stores a whole file: an existing file is rewritten through replaceFile (atomically, keeping its
-// permission bits), a missing one is created through writeFile. False on any failure.
+// permission bits; one the process may not write is refused), a missing one is created through
+// writeFile. False on any failure.
 bool storeFile(const char* path, const void* data, size_t size);
 
 // True when something exists at path.
