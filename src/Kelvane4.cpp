@@ -13,11 +13,11 @@
 #include "BmpOps.h"
 #include "FileOps.h"
 #include "Kelvane4Priv.h"
-#include "PsdOps.h"
-#include "platform/Dialog.h"
-#include "leanOBJ.h"
 #include "PrjFile.h"
+#include "PsdOps.h"
 #include "VyxOps.h"
+#include "leanOBJ.h"
+#include "platform/Dialog.h"
 #include "util/convert.h"
 
 using kv::fromInt;
@@ -145,42 +145,6 @@ KV_EXPORT(EmptyFolder, -1) {
     return ClearFolder(text) ? 0 : -1;
 }
 
-// ---- Images: BMP crop, PSD conversions, merge, heal, thumbnails ------------------------
-// The file operations refuse null paths themselves (as a source that cannot be opened or a
-// destination that cannot be created).
-
-KV_EXPORT(CropBMPfile, -1760) {
-    // The start column becomes a byte position in 32-bit arithmetic; the crop refuses wild ones.
-    const auto startByte = static_cast<int32_t>(static_cast<uint32_t>(toInt(number)) * 3u);
-    return cropBMP(text, memBlock1, startByte, toInt(imgW));
-}
-
-KV_EXPORT(MakeStencilPSD, -1) { return convertPSD(text, colIn, toSingle(number), true); }
-
-KV_EXPORT(SwapColorsPSD, -1) { return convertPSD(text, colIn, toSingle(number), false); }
-
-KV_EXPORT(RGBtoGrayscale, -1) {
-    const double level = !(number >= 0) ? 0.0 : number > 255 ? 255.0 : number;  // NaN becomes 0
-    return GrayscalePSD(text, memBlock1, toInt(level));
-}
-
-KV_EXPORT(MergePSDfiles, -1) { return mergePSD(text, memBlock1, toSingle(number)); }
-
-KV_EXPORT(HealPSDfiles, -1) { return mergeSeamlessPSD(text, memBlock1, number > 0); }
-
-KV_EXPORT(CreateThumbnail, -1) { return createThumb(text, toInt(number)); }
-// ---- The open-file dialog and the product page --------------------------------------------
-
-KV_EXPORT(GetOpenDialog, kv::platform::kDialogFailed) { return getOpenDialog(); }
-
-KV_EXPORT(GetFilePath, kErrIllegalIndex) { return fromInt(getFilePath(toInt(number), memBlock1)); }
-
-KV_EXPORT(ClearFileList, -1) {
-    clearFileList();
-    return 0;
-}
-
-KV_EXPORT(inPut, -1) { return fromInt(openProductPage()); }
 // ---- OBJ processing: the polygroup list, append, splits and vertex transfer -------------
 
 KV_EXPORT(GroupListAdd, -1) {
@@ -264,24 +228,6 @@ KV_EXPORT(ClearNameSet, -1) {
     return 0;
 }
 
-// ---- The TPose project file ---------------------------------------------------------------
-
-KV_EXPORT(WritePrjFile, -17) {
-    if (tPoseList.empty()) return -3;
-    if (!text) return -1;
-    return fromInt(writePrjFile(text));
-}
-
-KV_EXPORT(AddDatFile, -2) {
-    if (!text || !memBlock1) return 0;
-    return fromInt(addDatFile(text, memBlock1));
-}
-
-KV_EXPORT(OpenPrjFile, -17) {
-    if (!text || !memBlock1) return 0;
-    return fromInt(openPrjFile(text, memBlock1));
-}
-
 // ---- Vyx mesh files ------------------------------------------------------------------------
 
 KV_EXPORT(vyxtoOBJ, -1760) {
@@ -323,6 +269,62 @@ KV_EXPORT(clearUVTileString, -1) {
     clearUVTileString();
     return 0;
 }
+
+// ---- The TPose project file ---------------------------------------------------------------
+
+KV_EXPORT(WritePrjFile, -17) {
+    if (tPoseList.empty()) return -3;
+    if (!text) return -1;
+    return fromInt(writePrjFile(text));
+}
+
+KV_EXPORT(AddDatFile, -2) {
+    if (!text || !memBlock1) return 0;
+    return fromInt(addDatFile(text, memBlock1));
+}
+
+KV_EXPORT(OpenPrjFile, -17) {
+    if (!text || !memBlock1) return 0;
+    return fromInt(openPrjFile(text, memBlock1));
+}
+
+// ---- Images: BMP crop, PSD conversions, merge, heal, thumbnails ------------------------
+// The file operations refuse null paths themselves (as a source that cannot be opened or a
+// destination that cannot be created).
+
+KV_EXPORT(CropBMPfile, -1760) {
+    // The start column becomes a byte position in 32-bit arithmetic; the crop refuses wild ones.
+    const auto startByte = static_cast<int32_t>(static_cast<uint32_t>(toInt(number)) * 3u);
+    return cropBMP(text, memBlock1, startByte, toInt(imgW));
+}
+
+KV_EXPORT(MakeStencilPSD, -1) { return convertPSD(text, colIn, toSingle(number), true); }
+
+KV_EXPORT(SwapColorsPSD, -1) { return convertPSD(text, colIn, toSingle(number), false); }
+
+KV_EXPORT(RGBtoGrayscale, -1) {
+    const double level = !(number >= 0) ? 0.0 : number > 255 ? 255.0 : number;  // NaN becomes 0
+    return GrayscalePSD(text, memBlock1, toInt(level));
+}
+
+KV_EXPORT(MergePSDfiles, -1) { return mergePSD(text, memBlock1, toSingle(number)); }
+
+KV_EXPORT(HealPSDfiles, -1) { return mergeSeamlessPSD(text, memBlock1, number > 0); }
+
+KV_EXPORT(CreateThumbnail, -1) { return createThumb(text, toInt(number)); }
+
+// ---- The open-file dialog and the product page --------------------------------------------
+
+KV_EXPORT(GetOpenDialog, kv::platform::kDialogFailed) { return getOpenDialog(); }
+
+KV_EXPORT(GetFilePath, kErrIllegalIndex) { return fromInt(getFilePath(toInt(number), memBlock1)); }
+
+KV_EXPORT(ClearFileList, -1) {
+    clearFileList();
+    return 0;
+}
+
+KV_EXPORT(inPut, -1) { return fromInt(openProductPage()); }
 
 // ---- The work behind the frame's exports ------------------------------------------------
 
