@@ -71,48 +71,6 @@ KV_API float CloseFolder(const char* text, double number, char* memBlock1, char*
 /* Deletes the dotted entries of folder text (a backslash is appended to the path unless it ends in one); 0 or -1. */
 KV_API float EmptyFolder(const char* text, double number, char* memBlock1, char* memBlock2);
 
-/* ---- Images: BMP crop, PSD conversions, merge, heal, thumbnails ----
- * BMP: 24-bit uncompressed, header numbers least significant byte first.
- * PSD: version 1, no colour-mode data, raw planar 8-bit data, and header numbers stored least
- * significant byte first (a file in the most-significant-first order is refused with -2).
- * Colours are numbers red * 65536 + green * 256 + blue. The PSD rewrites (swap, stencil, merge,
- * heal) replace their file atomically and write one byte more than they read (the last byte
- * repeated). A PSD file too short for its sections or planes gives -1. */
-
-/* Crops source text to memBlock1: CropBMP_SetWidth pixels from column int(number), all stored rows
-   but the first and the last two; 0, -1760 no source, -7 not a BMP/height < 3/region outside, -5. */
-KV_API float CropBMPfile(const char* text, double number, char* memBlock1, char* memBlock2);
-/* PSD text: pixels of the SetInColor colour are kept, all others become colour number; 0, -1..-4, -5. */
-KV_API float MakeStencilPSD(const char* text, double number, char* memBlock1, char* memBlock2);
-/* PSD text: pixels of the SetInColor colour become colour number; 0, -1..-4, -5. */
-KV_API float SwapColorsPSD(const char* text, double number, char* memBlock1, char* memBlock2);
-/* Grayscale PSD of RGB text at memBlock1, level = number clamped to 0..255; 0, -1..-4, -3 not RGB, -5. */
-KV_API float RGBtoGrayscale(const char* text, double number, char* memBlock1, char* memBlock2);
-/* Merges PSD text over memBlock1 (key colour number transparent), written to text; 0, -1..-4, -6 size, -5. */
-KV_API float MergePSDfiles(const char* text, double number, char* memBlock1, char* memBlock2);
-/* memBlock1's borders from text's interior (columns when number > 0, else rows), written to text;
-   0, -1..-4, -9 text below 100x100, -6 size, -5. */
-KV_API float HealPSDfiles(const char* text, double number, char* memBlock1, char* memBlock2);
-/* RGB PSD text scaled into an int(number)-pixel black square at text minus extension + "_thumb.psd";
-   0, -1..-4, -3 not RGB, -9 size outside 1..4096, -5. */
-KV_API float CreateThumbnail(const char* text, double number, char* memBlock1, char* memBlock2);
-/* ---- The open-file dialog and the product page ---- */
-
-/* Shows a modal open dialog "Choose files to Gathermesh..." (several files, hidden files allowed;
-   the desktop's file-chooser portal when one runs, else zenity, else kdialog) and keeps the
-   chosen paths for GetFilePath; returns their count, or the module value `answer` (0 once a
-   dialog has ended) when the dialog is cancelled. -1: no dialog can be shown (no DISPLAY or
-   WAYLAND_DISPLAY; no portal and neither program on PATH); -2: the dialog failed. */
-KV_API float GetOpenDialog(const char* text, double number, char* memBlock1, char* memBlock2);
-/* Copies path int(number) (1-based) of the last selection into memBlock1: at most 256 bytes,
-   not NUL-terminated when the path has 256 bytes or more; 0, or -1719 for an index outside
-   1..count. (66666 and 1234, no file address / no text for the item, do not occur on Linux.) */
-KV_API float GetFilePath(const char* text, double number, char* memBlock1, char* memBlock2);
-/* Drops the last selection; 0. */
-KV_API float ClearFileList(const char* text, double number, char* memBlock1, char* memBlock2);
-/* Flushes standard output and starts the default handler (xdg-open, detached) on the product
-   web page set at build time (KELVANE_PRODUCT_URL); 0 when started, -1 when it could not be. */
-KV_API float inPut(const char* text, double number, char* memBlock1, char* memBlock2);
 /* ---- OBJ processing: the polygroup list, append, splits and vertex transfer ---- */
 
 /* Adds group text with int(number) faces to the polygroup list; 0, -2 count <= 0, -1 null text. */
@@ -150,16 +108,7 @@ KV_API float GetFaces(const char* text, double number, char* memBlock1, char* me
 KV_API float CheckName(const char* text, double number, char* memBlock1, char* memBlock2);
 /* Forgets every name handed out by CheckName; 0. */
 KV_API float ClearNameSet(const char* text, double number, char* memBlock1, char* memBlock2);
-/* ---- The TPose project file ---- */
 
-/* Writes the project header and every TPose reference to file text; 0, -3 empty list, -1 null text, -17 cannot write. */
-KV_API float WritePrjFile(const char* text, double number, char* memBlock1, char* memBlock2);
-/* Appends data file text (filed under the number its name starts with) to project memBlock1;
-   0 (also when an argument is null), -1 data file unreadable, -2 project cannot be appended to. */
-KV_API float AddDatFile(const char* text, double number, char* memBlock1, char* memBlock2);
-/* Reads project text into the TPose list and extracts its data files as <number>X.dat into the
-   folder of path memBlock1; 0 (also when an argument is null), -17 cannot open. */
-KV_API float OpenPrjFile(const char* text, double number, char* memBlock1, char* memBlock2);
 /* ---- Vyx mesh files ---- */
 
 /* Writes the OBJ text of Vyx mesh text to memBlock1, faces in the runs set by getFaceIDs; 0.
@@ -179,6 +128,61 @@ KV_API float GetUVsFromVyx(const char* text, double number, char* memBlock1, cha
 KV_API float getUVTileString(const char* text, double number, char* memBlock1, char* memBlock2);
 /* Forgets the tile file names; 0. */
 KV_API float clearUVTileString(const char* text, double number, char* memBlock1, char* memBlock2);
+
+/* ---- The TPose project file ---- */
+
+/* Writes the project header and every TPose reference to file text; 0, -3 empty list, -1 null text, -17 cannot write. */
+KV_API float WritePrjFile(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Appends data file text (filed under the number its name starts with) to project memBlock1;
+   0 (also when an argument is null), -1 data file unreadable, -2 project cannot be appended to. */
+KV_API float AddDatFile(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Reads project text into the TPose list and extracts its data files as <number>X.dat into the
+   folder of path memBlock1; 0 (also when an argument is null), -17 cannot open. */
+KV_API float OpenPrjFile(const char* text, double number, char* memBlock1, char* memBlock2);
+
+/* ---- Images: BMP crop, PSD conversions, merge, heal, thumbnails ----
+ * BMP: 24-bit uncompressed, header numbers least significant byte first.
+ * PSD: version 1, no colour-mode data, raw planar 8-bit data, and header numbers stored least
+ * significant byte first (a file in the most-significant-first order is refused with -2).
+ * Colours are numbers red * 65536 + green * 256 + blue. The PSD rewrites (swap, stencil, merge,
+ * heal) replace their file atomically and write one byte more than they read (the last byte
+ * repeated). A PSD file too short for its sections or planes gives -1. */
+
+/* Crops source text to memBlock1: CropBMP_SetWidth pixels from column int(number), all stored rows
+   but the first and the last two; 0, -1760 no source, -7 not a BMP/height < 3/region outside, -5. */
+KV_API float CropBMPfile(const char* text, double number, char* memBlock1, char* memBlock2);
+/* PSD text: pixels of the SetInColor colour are kept, all others become colour number; 0, -1..-4, -5. */
+KV_API float MakeStencilPSD(const char* text, double number, char* memBlock1, char* memBlock2);
+/* PSD text: pixels of the SetInColor colour become colour number; 0, -1..-4, -5. */
+KV_API float SwapColorsPSD(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Grayscale PSD of RGB text at memBlock1, level = number clamped to 0..255; 0, -1..-4, -3 not RGB, -5. */
+KV_API float RGBtoGrayscale(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Merges PSD text over memBlock1 (key colour number transparent), written to text; 0, -1..-4, -6 size, -5. */
+KV_API float MergePSDfiles(const char* text, double number, char* memBlock1, char* memBlock2);
+/* memBlock1's borders from text's interior (columns when number > 0, else rows), written to text;
+   0, -1..-4, -9 text below 100x100, -6 size, -5. */
+KV_API float HealPSDfiles(const char* text, double number, char* memBlock1, char* memBlock2);
+/* RGB PSD text scaled into an int(number)-pixel black square at text minus extension + "_thumb.psd";
+   0, -1..-4, -3 not RGB, -9 size outside 1..4096, -5. */
+KV_API float CreateThumbnail(const char* text, double number, char* memBlock1, char* memBlock2);
+
+/* ---- The open-file dialog and the product page ---- */
+
+/* Shows a modal open dialog "Choose files to Gathermesh..." (several files, hidden files allowed;
+   the desktop's file-chooser portal when one runs, else zenity, else kdialog) and keeps the
+   chosen paths for GetFilePath; returns their count, or the module value `answer` (0 once a
+   dialog has ended) when the dialog is cancelled. -1: no dialog can be shown (no DISPLAY or
+   WAYLAND_DISPLAY; no portal and neither program on PATH); -2: the dialog failed. */
+KV_API float GetOpenDialog(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Copies path int(number) (1-based) of the last selection into memBlock1: at most 256 bytes,
+   not NUL-terminated when the path has 256 bytes or more; 0, or -1719 for an index outside
+   1..count. (66666 and 1234, no file address / no text for the item, do not occur on Linux.) */
+KV_API float GetFilePath(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Drops the last selection; 0. */
+KV_API float ClearFileList(const char* text, double number, char* memBlock1, char* memBlock2);
+/* Flushes standard output and starts the default handler (xdg-open, detached) on the product
+   web page set at build time (KELVANE_PRODUCT_URL); 0 when started, -1 when it could not be. */
+KV_API float inPut(const char* text, double number, char* memBlock1, char* memBlock2);
 
 #ifdef __cplusplus
 }
