@@ -339,6 +339,8 @@ vertexS parseVertex(std::string_view line) {
 
 bool outputBase(const char* outPath, std::string_view name, std::string& base) {
     if (!name.empty() && name[0] == '/') return false;
+    // A NUL cuts the path short: the folder itself would be taken for the file, always there.
+    if (name.find('\0') != std::string_view::npos) return false;
     for (size_t i = 0; i <= name.size();) {
         size_t slash = name.find('/', i);
         if (slash == std::string_view::npos) slash = name.size();

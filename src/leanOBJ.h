@@ -89,7 +89,7 @@ void forEachFaceIndex(std::string_view line, std::string& scratch, Fn&& fn);
 vertexS parseVertex(std::string_view line);
 
 // Output path base: the folder part of outPath + name. False when name would leave that
-// folder (an absolute name, or a ".." component).
+// folder (an absolute name, or a ".." component) or holds a NUL byte.
 bool outputBase(const char* outPath, std::string_view name, std::string& base);
 
 // The first free name among base + ext, base + "_copy1" + ext, base + "_copy2" + ext, ...
