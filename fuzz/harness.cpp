@@ -101,4 +101,10 @@ void checkOutput(bool (*allowed)(const char* name)) {
 
 bool anyName(const char*) { return true; }
 
+std::string writeOutInput(const uint8_t* data, size_t size, const char* name) {
+    std::string path = scratch().out + "/" + name;
+    KV_FUZZ_CHECK(kv::writeFile(path.c_str(), data, size));
+    return path;
+}
+
 }  // namespace kvfuzz

@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 
 #include "kelvane/Kelvane4.h"
 
@@ -46,5 +47,33 @@ void checkOutput(bool (*allowed)(const char* name));
 
 // An allowed() that accepts every name.
 bool anyName(const char* name);
+
+// Writes bytes to <scratch>/out/name and returns the path: for inputs that an export rewrites in
+// place or writes beside (they are removed with the rest of the output folder by checkOutput).
+std::string writeOutInput(const uint8_t* data, size_t size, const char* name);
+
+// Takes the fuzzer's bytes apart from the front: parameters first, then the file(s). Reads past
+// the end give zeros, so every input is usable.
+struct Bytes {
+    const uint8_t* p;
+    size_t n;
+    uint8_t u8() {
+        if (n == 0) return 0;
+        --n;
+        return *p++;
+    }
+    uint16_t u16() {
+        const unsigned high = u8();
+        return static_cast<uint16_t>(high << 8 | u8());
+    }
+    // The next up-to-count bytes, as a part of their own.
+    Bytes take(size_t count) {
+        if (count > n) count = n;
+        Bytes part{p, count};
+        p += count;
+        n -= count;
+        return part;
+    }
+};
 
 }  // namespace kvfuzz

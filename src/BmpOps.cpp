@@ -69,6 +69,9 @@ float cropBMP(const char* source, const char* destination, int startByte, int wi
     if (bmpHdr.fileSize > fileLength || dataOffset > fileLength || bmpHdr.width < 0 || rowSize < 0 ||
         bmpHdr.height < 3 || width < 0)
         return -7;
+    // A crop wider than a stored row would copy the same bytes into many rows: from a tiny file
+    // with rows of 0 bytes and a huge height, gigabytes.
+    if (int64_t{width} * 3 > rowSize) return -7;
     const int64_t newHeight = int64_t{bmpHdr.height} - 3;
     const int64_t rowBytes = int64_t{width} * 3;
     const int64_t start = dataOffset + rowSize + startByte;  // the first stored row is skipped

@@ -41,6 +41,7 @@ int readBMPHeader();
 
 // Copies width pixels from byte startByte of every row but the first stored one and the last
 // two into a new BMP at destination. 0; -1760 source cannot be opened; -7 not a BMP, height below
-// 3, or a region outside the file's pixel data (nothing written); -5 destination cannot be created.
+// 3, a crop wider than a stored row, or a region outside the file's pixel data (nothing written);
+// -5 destination cannot be created.
 // bmpV is empty afterwards on every path.
 float cropBMP(const char* source, const char* destination, int startByte, int width);

@@ -171,7 +171,8 @@ float writeOBJfromVyx(const char* vyxPath, char* objOutPath) {
     // Everything the output will read must lie in the file before anything is written.
     if (!vyxRecordsFit(buf, vertices, 12)) return -1760;
     if (second.tag == kVyxColourTag && !vyxRecordsFit(buf, second, 4)) return -1760;
-    const size_t faceEnd = third.at + stepOf(third);
+    // A face block shorter than its head holds no records (its end is not before them).
+    const size_t faceEnd = third.at + std::max(stepOf(third), kHeadSize);
     if (second.tag == kVyxColourTag && third.tag == kVyxFaceTag && faceEnd > buf.size()) return -1760;
 
     kv::BlockWriter w;

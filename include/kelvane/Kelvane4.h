@@ -149,7 +149,8 @@ KV_API float OpenPrjFile(const char* text, double number, char* memBlock1, char*
  * repeated). A PSD file too short for its sections or planes gives -1. */
 
 /* Crops source text to memBlock1: CropBMP_SetWidth pixels from column int(number), all stored rows
-   but the first and the last two; 0, -1760 no source, -7 not a BMP/height < 3/region outside, -5. */
+   but the first and the last two; 0, -1760 no source, -7 not a BMP/height < 3/crop wider than a row/region
+   outside, -5. */
 KV_API float CropBMPfile(const char* text, double number, char* memBlock1, char* memBlock2);
 /* PSD text: pixels of the SetInColor colour are kept, all others become colour number; 0, -1..-4, -5. */
 KV_API float MakeStencilPSD(const char* text, double number, char* memBlock1, char* memBlock2);

@@ -1,0 +1,54 @@
+// The polygroup list file and the list-driven splits on arbitrary bytes. Input: a 16-bit
+// length, a group list file of that length, then the combined OBJ text to split. The list loads
+// one record per started 136 bytes with terminated names, its names and face counts are looked
+// up, it is split by (ListSplitOBJtoOBJ, ListSplitOBJtoVyx) and it saves and reloads unchanged.
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "harness.h"
+#include "leanOBJ.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    kvfuzz::Bytes in{data, size};
+    const kvfuzz::Bytes list = in.take(in.u16());
+    const char* listPath = kvfuzz::writeInput(list.p, list.n, "groups.lst");
+    const std::string mesh = kvfuzz::writeOutInput(in.p, in.n, "mesh.obj");
+
+    kvfuzz::call(GroupListAdd, "left over", 5, nullptr);  // a load replaces the list
+    float r = 0;
+    kvfuzz::call(GroupListLoad, listPath, 0, nullptr, &r);
+    KV_FUZZ_CHECK(r == 0 && faceIndex == 0 && groupsList.size() == (list.n + 135) / 136);
+    const size_t n = groupsList.size();
+    kvfuzz::call(GroupListSize, nullptr, 0, nullptr, &r);
+    KV_FUZZ_CHECK(r == (n == 0 ? -1.0f : static_cast<float>(n)));
+
+    float made = 0;
+    kvfuzz::call(CreateFacesList, nullptr, 0, nullptr, &made);
+    KV_FUZZ_CHECK(made == (n == 0 ? -5 : 0));
+    for (size_t i = 0; i < n && i < 8; ++i) {
+        const groupID& g = groupsList[i];
+        KV_FUZZ_CHECK(std::memchr(g.name, 0, sizeof g.name) != nullptr);
+        KV_FUZZ_CHECK(std::strcmp(kvfuzz::call(GroupListGetName, nullptr, static_cast<double>(i), ""), g.name) == 0);
+        kvfuzz::call(GetFaces, g.name, 0, nullptr);  // a count, or -1 (also a count: end - first)
+    }
+    KV_FUZZ_CHECK(std::strcmp(kvfuzz::call(GroupListGetName, nullptr, static_cast<double>(n), ""), "null") == 0);
+
+    kvfuzz::call(ListSplitOBJtoOBJ, mesh.c_str(), 0, kvfuzz::outPath("x.obj"), &r);
+    KV_FUZZ_CHECK(n == 0 ? r == -5 : r == 0 || r == -3);
+    kvfuzz::call(ListSplitOBJtoVyx, mesh.c_str(), 0, kvfuzz::outPath("x.Vyt"), &r);
+    KV_FUZZ_CHECK(n == 0 ? r == -5 : r == 0 || r == -3);
+
+    if (n > 0) {  // what is saved loads back record for record
+        const std::vector<groupID> loaded = groupsList;
+        const std::string saved = kvfuzz::outPath("saved.lst");
+        kvfuzz::call(GroupListSave, saved.c_str(), 0, nullptr, &r);
+        KV_FUZZ_CHECK(r == 0);
+        kvfuzz::call(GroupListLoad, saved.c_str(), 0, nullptr, &r);
+        KV_FUZZ_CHECK(r == 0 && groupsList.size() == n);
+        KV_FUZZ_CHECK(std::memcmp(groupsList.data(), loaded.data(), n * sizeof(groupID)) == 0);
+    }
+    kvfuzz::call(GroupListClear, nullptr, 0, nullptr);
+    kvfuzz::checkOutput(kvfuzz::anyName);
+    return 0;
+}
