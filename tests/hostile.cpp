@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <bit>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -15,16 +14,6 @@
 namespace fs = std::filesystem;
 
 namespace kvtest {
-
-float callFn(KelvaneFn fn, const char* text, double number, const char* mem1) {
-    char mem2[8] = {};
-    return fn(text, number, const_cast<char*>(mem1), mem2);
-}
-
-std::string be32(uint32_t v) {
-    return {static_cast<char>(v >> 24), static_cast<char>(v >> 16), static_cast<char>(v >> 8), static_cast<char>(v)};
-}
-std::string f32(float f) { return be32(std::bit_cast<uint32_t>(f)); }
 
 namespace {
 

@@ -13,12 +13,6 @@
 
 namespace kvtest {
 
-// Calls an export with a scratch memBlock2.
-float callFn(KelvaneFn fn, const char* text, double number = 0, const char* mem1 = nullptr);
-
-std::string be32(uint32_t v);
-std::string f32(float f);
-
 // A temporary tree: root/in (inputs), root/a/b/out (the chosen output folder), and a marker
 // file in each level around the output folder, so that writes through "..", absolute names or
 // a wrong folder show up as changes outside out/.

@@ -15,6 +15,11 @@ std::string kelvaneWith(const std::string& plugin, const std::string& args, int*
 
 std::string kelvane(const std::string& args, int* status) { return kelvaneWith(KELVANE_PLUGIN, args, status); }
 
+// Runs a script with dir as the working folder.
+std::string runIn(const kvtest::TempDir& dir, const std::string& script, int* status) {
+    return kvtest::run("cd " + dir.path + " && " KELVANE_BIN " --plugin " KELVANE_PLUGIN " run " + script + " 2>&1", status);
+}
+
 }  // namespace
 
 TEST(Cli, ListsTheExportsItCanResolve) {
@@ -78,8 +83,7 @@ TEST(Cli, RunKeepsStateBetweenLinesAndStopsAtTheFirstNegativeResult) {
 TEST(Cli, ShippedSampleScriptRuns) {
     int status = -1;
     kvtest::TempDir dir;
-    std::string out = kvtest::run("cd " + dir.path + " && " + std::string(KELVANE_BIN) + " --plugin " KELVANE_PLUGIN
-                                  " run " KELVANE_SOURCE_DIR "/examples/sample.kvs 2>&1", &status);
+    std::string out = runIn(dir, KELVANE_SOURCE_DIR "/examples/sample.kvs", &status);
     EXPECT_EQ(status, 0) << out;
     EXPECT_NE(out.find("Version -> 4.05"), std::string::npos) << out;
 }
@@ -102,8 +106,7 @@ TEST(Cli, ImageExampleScriptRuns) {
     kvtest::writeAll(dir / "base.psd", base);
     kvtest::writeAll(dir / "tile.psd", pattern(3));
     int status = -1;
-    std::string out = kvtest::run("cd " + dir.path + " && " + std::string(KELVANE_BIN) + " --plugin " KELVANE_PLUGIN
-                                  " run " KELVANE_SOURCE_DIR "/examples/images.kvs 2>&1", &status);
+    std::string out = runIn(dir, KELVANE_SOURCE_DIR "/examples/images.kvs", &status);
     EXPECT_EQ(status, 0) << out;
     EXPECT_NE(out.find("CreateThumbnail -> -3"), std::string::npos) << out;
     EXPECT_EQ(kvtest::readAll(dir / "strip.bmp").size(), 54u + 17 * 152);
@@ -148,8 +151,7 @@ TEST(Cli, PoseTurnsOneGroupAndVerifyCatchesWrongParts) {
 TEST(Cli, ProjectScriptRoundTripsThroughThePlugin) {
     int status = -1;
     kvtest::TempDir dir;
-    std::string out = kvtest::run("cd " + dir.path + " && " + std::string(KELVANE_BIN) + " --plugin " KELVANE_PLUGIN
-                                  " run " KELVANE_SOURCE_DIR "/examples/project.kvs 2>&1", &status);
+    std::string out = runIn(dir, KELVANE_SOURCE_DIR "/examples/project.kvs", &status);
     EXPECT_EQ(status, 0) << out;
     const std::string a = kvtest::readAll(dir / "12.dat"), b = kvtest::readAll(dir / "7.dat");
     EXPECT_EQ(a.size(), 16u + 516u);
@@ -162,10 +164,7 @@ TEST(Cli, ProjectScriptRoundTripsThroughThePlugin) {
 
 TEST(Cli, VyxMeshRoundThroughTheExports) {
     kvtest::TempDir dir;
-    auto be32 = [](uint32_t v) {
-        return std::string{static_cast<char>(v >> 24), static_cast<char>(v >> 16), static_cast<char>(v >> 8),
-                           static_cast<char>(v)};
-    };
+    using kvtest::be32;
     auto block = [&](uint32_t tag, uint32_t count, const std::string& records) {
         return be32(tag) + be32(uint32_t(16 + records.size())) + be32(count) + be32(0) + records;
     };
@@ -187,8 +186,7 @@ TEST(Cli, VyxMeshRoundThroughTheExports) {
                      "getUVTileString --number 0 --expect-mem1 mesh0.Vyx\n"
                      "SwapVertices_Vyx --text posed.Vyt --mem1 mesh.Vyx\n");
     int status = -1;
-    std::string out = kvtest::run("cd " + dir.path + " && " KELVANE_BIN " --plugin " KELVANE_PLUGIN " run round.kvs 2>&1",
-                                  &status);
+    std::string out = runIn(dir, "round.kvs", &status);
     EXPECT_EQ(status, 0) << out;
     EXPECT_EQ(kvtest::readAll(dir / "mesh.obj"),
               "# File exported by Vandor plugin\n#Vertex count 3\n#Face count 1\nv 0 0 0\nv 1 0.5 1\nv 0.5 1 0.5\n"

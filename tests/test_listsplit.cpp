@@ -11,25 +11,15 @@
 #include "kelvane/Kelvane4.h"
 #include "leanOBJ.h"
 #include "testutil.h"
-#include "util/bytes.h"
 
+using kvtest::be32;
+using kvtest::callFn;
 using kvtest::exists;
 using kvtest::readAll;
 using kvtest::TempDir;
 using kvtest::writeAll;
 
 namespace {
-
-float call(KelvaneFn fn, const char* text = nullptr, double number = 0, char* mem1 = nullptr) {
-    char mem2[8] = {};
-    return fn(text, number, mem1, mem2);
-}
-
-std::string be32(uint32_t v) {
-    char b[4];
-    kv::putU32BE(b, v);
-    return std::string(b, 4);
-}
 
 std::string listing(const std::string& dir) { return kvtest::run("LC_ALL=C ls " + dir + " | tr '\\n' ' '"); }
 
@@ -58,9 +48,9 @@ TEST(ListSplitOBJ, FaceRangesSharedVerticesAndCopies) {
     std::strcpy(mem1, out.c_str());
 
     clearGroupsList();
-    EXPECT_EQ(call(ListSplitOBJtoOBJ, (dir / "c.obj").c_str(), 0, mem1), -5);
+    EXPECT_EQ(callFn(ListSplitOBJtoOBJ, (dir / "c.obj").c_str(), 0, mem1), -5);
     setList({{"B", 2}, {"A", 2}});
-    EXPECT_EQ(call(ListSplitOBJtoOBJ, (dir / "c.obj").c_str(), 0, mem1), 0);
+    EXPECT_EQ(callFn(ListSplitOBJtoOBJ, (dir / "c.obj").c_str(), 0, mem1), 0);
     EXPECT_EQ(readAll(dir / "out/B.obj"), "v 1 0 0\nv 2 0 0\r\nv 3 0 0\n");  // both forms, each line once
     EXPECT_EQ(readAll(dir / "out/A.obj"), "v 3 0 0\nv 4 0 0\nv 5 0 0 0.5\n");  // vertex 3 shared
     EXPECT_EQ(LeanSplitOBJ((dir / "c.obj").c_str(), mem1), 0);  // the file's "g" lines play no part here
@@ -100,8 +90,8 @@ TEST(ListSplitOBJ, FaceRangesSharedVerticesAndCopies) {
     setList({{"b", 2}, {"../up", 2}});
     EXPECT_EQ(ListSplitOBJ((d3 / "c.obj").c_str(), o3.data()), -3);
     EXPECT_EQ(ListSplitOBJ((d3 / "missing.obj").c_str(), o3.data()), -1);
-    EXPECT_EQ(call(ListSplitOBJtoOBJ, nullptr, 0, mem1), -2);
-    EXPECT_EQ(call(ListSplitOBJtoOBJ, "x", 0, nullptr), -2);
+    EXPECT_EQ(callFn(ListSplitOBJtoOBJ, nullptr, 0, mem1), -2);
+    EXPECT_EQ(callFn(ListSplitOBJtoOBJ, "x", 0, nullptr), -2);
 
     // Indices that name no vertex line (0, negative, past the end) are skipped.
     writeAll(d3 / "bad.obj", "v 1 1 1\nf 0 -1 1 7\n");
@@ -116,7 +106,7 @@ TEST(ListSplitVyx, VertexFilesByFaceRange) {
     writeAll(dir / "c.obj", "v 1 2 3\nv 4 5 6\nv 7 8 9\nvt 1 1\nf 1/5 2/5 3/5\nf 3 2 1\nf 1 2 3\n");
     std::string out = dir / "x";
     setList({{"Tri", 3}, {"Empty", 2}});
-    EXPECT_EQ(call(ListSplitOBJtoVyx, (dir / "c.obj").c_str(), 0, out.data()), 0);
+    EXPECT_EQ(callFn(ListSplitOBJtoVyx, (dir / "c.obj").c_str(), 0, out.data()), 0);
     const std::string tri = readAll(dir / "Tri.Vyt");
     ASSERT_EQ(tri.size(), 52u);
     EXPECT_EQ(tri.substr(0, 16), be32(10001) + be32(52) + be32(3) + be32(0));
@@ -132,36 +122,36 @@ TEST(ListSplitVyx, VertexFilesByFaceRange) {
     EXPECT_EQ(ListSplitVyx((dir / "none.obj").c_str(), out.data()), -1);
     std::string nowhere = dir / "no/such/x";
     EXPECT_EQ(ListSplitVyx((dir / "c.obj").c_str(), nowhere.data()), -3);
-    EXPECT_EQ(call(ListSplitOBJtoVyx, nullptr, 0, out.data()), -2);
+    EXPECT_EQ(callFn(ListSplitOBJtoVyx, nullptr, 0, out.data()), -2);
     clearGroupsList();
 }
 
 TEST(FaceCounts, MapFromTheListWithDuplicates) {
     clearGroupsList();
-    EXPECT_EQ(call(CreateFacesList), -5);
-    EXPECT_EQ(call(GetFaces, "A"), -1);
+    EXPECT_EQ(callFn(CreateFacesList), -5);
+    EXPECT_EQ(callFn(GetFaces, "A"), -1);
     setList({{"A", 10}, {"B", 5}, {"A", 3}});
-    EXPECT_EQ(call(GetFaces, "A"), -1);  // not built yet
-    EXPECT_EQ(call(CreateFacesList), 0);
-    EXPECT_EQ(call(GetFaces, "A"), 10);  // the first record's count is kept
-    EXPECT_EQ(call(GetFaces, "B"), 5);
-    EXPECT_EQ(call(GetFaces, "C"), -1);
-    EXPECT_EQ(call(GetFaces, nullptr), -1);
+    EXPECT_EQ(callFn(GetFaces, "A"), -1);  // not built yet
+    EXPECT_EQ(callFn(CreateFacesList), 0);
+    EXPECT_EQ(callFn(GetFaces, "A"), 10);  // the first record's count is kept
+    EXPECT_EQ(callFn(GetFaces, "B"), 5);
+    EXPECT_EQ(callFn(GetFaces, "C"), -1);
+    EXPECT_EQ(callFn(GetFaces, nullptr), -1);
     // An empty list leaves the map as it was; clearing the list empties it.
     groupsList.clear();
-    EXPECT_EQ(call(CreateFacesList), -5);
-    EXPECT_EQ(call(GetFaces, "B"), 5);
-    call(GroupListClear);
-    EXPECT_EQ(call(GetFaces, "B"), -1);
+    EXPECT_EQ(callFn(CreateFacesList), -5);
+    EXPECT_EQ(callFn(GetFaces, "B"), 5);
+    callFn(GroupListClear);
+    EXPECT_EQ(callFn(GetFaces, "B"), -1);
     EXPECT_TRUE(groupFacesList.empty());
 }
 
 TEST(NameCheck, HandsOutEachNameOnce) {
-    call(ClearNameSet);
+    callFn(ClearNameSet);
     char out[256];
     auto check = [&](const char* name) {
         std::strcpy(out, "?");
-        EXPECT_EQ(call(CheckName, name, 0, out), 0);
+        EXPECT_EQ(callFn(CheckName, name, 0, out), 0);
         return std::string(out);
     };
     EXPECT_EQ(check("Arm"), "Arm");
@@ -172,10 +162,10 @@ TEST(NameCheck, HandsOutEachNameOnce) {
     EXPECT_EQ(check("hand_copycat"), "hand_copy1");
     EXPECT_EQ(check("arm"), "arm");  // case-sensitive
     EXPECT_EQ(nameSet.size(), 7u);
-    call(ClearNameSet);
+    callFn(ClearNameSet);
     EXPECT_EQ(check("Arm"), "Arm");
-    EXPECT_EQ(call(CheckName, nullptr, 0, out), -1);
-    call(ClearNameSet);
+    EXPECT_EQ(callFn(CheckName, nullptr, 0, out), -1);
+    callFn(ClearNameSet);
 }
 
 // On a mesh built by AppendOBJ, the file's groups and the list's records describe the same

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include <bit>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -11,6 +12,16 @@
 #include <stdexcept>
 
 namespace kvtest {
+
+float callFn(KelvaneFn fn, const char* text, double number, const char* mem1) {
+    char mem2[8] = {};
+    return fn(text, number, const_cast<char*>(mem1), mem2);
+}
+
+std::string be32(uint32_t v) {
+    return {static_cast<char>(v >> 24), static_cast<char>(v >> 16), static_cast<char>(v >> 8), static_cast<char>(v)};
+}
+std::string f32(float f) { return be32(std::bit_cast<uint32_t>(f)); }
 
 TempDir::TempDir() {
     std::string tmpl = (std::filesystem::temp_directory_path() / "kelvane-test-XXXXXX").string();
