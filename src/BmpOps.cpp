@@ -87,13 +87,14 @@ float cropBMP(const char* source, const char* destination, int startByte, int wi
     writeUnsignedInt(34, static_cast<uint32_t>(dataSize));
 
     std::vector<char> out(static_cast<size_t>(dataOffset + dataSize), '\0');
-    std::memcpy(out.data(), bmpV.data(), static_cast<size_t>(dataOffset));
-    char* to = out.data() + dataOffset;
-    int64_t position = start;
-    for (int64_t row = 0; row < newHeight; ++row) {
-        std::memcpy(to, bmpV.data() + position, static_cast<size_t>(rowBytes));
-        to += rowBytes + newPadding;  // the padding bytes are already zero
-        position += rowSize;          // the same column of the next row
+    if (dataOffset > 0) std::memcpy(out.data(), bmpV.data(), static_cast<size_t>(dataOffset));
+    const int64_t position = start + newHeight * rowSize;  // where the next row would start
+    if (rowBytes > 0) {  // rows of no bytes copy nothing, however many there are
+        char* to = out.data() + dataOffset;
+        for (int64_t row = 0, from = start; row < newHeight; ++row, from += rowSize) {
+            std::memcpy(to, bmpV.data() + from, static_cast<size_t>(rowBytes));
+            to += rowBytes + newPadding;  // the padding bytes are already zero
+        }
     }
     offset = static_cast<uint32_t>(position);
     if (!destination || !kv::storeFile(destination, out.data(), out.size())) return -5;

@@ -2,6 +2,7 @@
 // the faults stay fixed.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <string>
 
 #include "BmpOps.h"
@@ -50,7 +51,8 @@ TEST(FuzzRegressions, VyxFaceBlockShorterThanItsHeadHoldsNoFaces) {
 }
 
 // A BMP with rows of 0 bytes and a large height let a crop copy the same bytes into every output
-// row: gigabytes from a file of a few dozen bytes. A crop wider than a stored row is refused.
+// row: gigabytes from a file of a few dozen bytes. A crop wider than a stored row is refused; a
+// crop of no bytes a row does not walk the rows; an output of no bytes at all is written empty.
 TEST(FuzzRegressions, BmpCropWiderThanAStoredRowIsRefused) {
     TempDir dir;
     const std::string src = dir / "in.bmp", dst = dir / "out.bmp";
@@ -62,6 +64,18 @@ TEST(FuzzRegressions, BmpCropWiderThanAStoredRowIsRefused) {
     EXPECT_FALSE(kvtest::exists(dst));
     EXPECT_EQ(cropBMP(src.c_str(), dst.c_str(), 0, 0), 0);  // a crop of no pixels takes no bytes
     EXPECT_EQ(kvtest::readAll(dst).size(), 54u);
+    kvtest::putLE(zeroWidth, 22, 0x7FFFFFFF);  // nor does it walk 2^31 empty rows (that took seconds)
+    kvtest::writeAll(src, zeroWidth);
+    const auto started = std::chrono::steady_clock::now();
+    EXPECT_EQ(cropBMP(src.c_str(), dst.c_str(), 0, 0), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(1));
+    EXPECT_EQ(kvtest::readAll(dst).size(), 54u);
+
+    std::string noHeader = kvtest::makeBmp(5, 3);  // pixel data from offset 0, no row left to crop
+    kvtest::putLE(noHeader, 10, 0);
+    kvtest::writeAll(src, noHeader);
+    EXPECT_EQ(cropBMP(src.c_str(), dst.c_str(), 0, 5), 0);  // an empty output: nothing to copy
+    EXPECT_EQ(kvtest::readAll(dst).size(), 0u);
 
     kvtest::writeAll(src, kvtest::makeBmp(3, 6));  // rows of 9 pixel bytes and 3 padding bytes
     EXPECT_EQ(cropBMP(src.c_str(), dst.c_str(), 0, 5), -7);  // 15 bytes a row: wider than 12
