@@ -19,6 +19,7 @@
 #include "util/bytes.h"
 #include "util/convert.h"
 #include "util/fileio.h"
+#include "util/mapfile.h"
 #include "util/numtext.h"
 
 extern "C" {
@@ -31,7 +32,7 @@ namespace {
 constexpr size_t kHeaderSize = 32;  // the file header, never interpreted
 constexpr size_t kHeadSize = 16;    // tag, length, count, a fourth word
 
-VyxBlock headAt(const std::vector<char>& buf, size_t at) {
+VyxBlock headAt(std::span<const char> buf, size_t at) {
     const char* p = buf.data() + at;
     return VyxBlock{at, kv::getU32BE(p), kv::getU32BE(p + 4), kv::getU32BE(p + 8)};
 }
@@ -39,7 +40,7 @@ VyxBlock headAt(const std::vector<char>& buf, size_t at) {
 // The distance to the next block: the length, or the head's 16 bytes when the length is 0.
 size_t stepOf(const VyxBlock& block) { return block.length == 0 ? kHeadSize : block.length; }
 
-bool headFits(const std::vector<char>& buf, size_t at) { return at <= buf.size() && buf.size() - at >= kHeadSize; }
+bool headFits(std::span<const char> buf, size_t at) { return at <= buf.size() && buf.size() - at >= kHeadSize; }
 
 // True when a file of this name can be opened with the given flags (the file is left alone).
 bool canOpen(const char* path, int flags) {
@@ -72,7 +73,7 @@ int32_t readanInt(char a) { return static_cast<int32_t>(readUnInt(a, 0, 0, 0)); 
 
 // ---- Block walk ------------------------------------------------------------------------------
 
-VyxWalk findVyxBlock(const std::vector<char>& buf, uint32_t tag, VyxBlock& out) {
+VyxWalk findVyxBlock(std::span<const char> buf, uint32_t tag, VyxBlock& out) {
     if (buf.size() < kHeaderSize) return VyxWalk::malformed;
     size_t at = kHeaderSize;
     while (at < buf.size()) {
@@ -89,7 +90,7 @@ VyxWalk findVyxBlock(const std::vector<char>& buf, uint32_t tag, VyxBlock& out) 
     return VyxWalk::missing;
 }
 
-bool vyxRecordsFit(const std::vector<char>& buf, const VyxBlock& block, size_t recordSize) {
+bool vyxRecordsFit(std::span<const char> buf, const VyxBlock& block, size_t recordSize) {
     if (!headFits(buf, block.at)) return false;
     const size_t room = buf.size() - block.at - kHeadSize;
     return block.count <= room / recordSize;
@@ -155,8 +156,9 @@ int32_t oneBased(const char* p) { return static_cast<int32_t>(kv::getU32BE(p) + 
 
 float writeOBJfromVyx(const char* vyxPath, char* objOutPath) {
     if (faceID.empty()) return -18;
-    std::vector<char> buf;
-    if (!kv::readFile(vyxPath, buf)) return -1760;
+    kv::MappedFile file;  // a mesh of millions of vertices: mapped, not copied
+    if (!file.open(vyxPath)) return -1760;
+    const std::span<const char> buf(file.data(), file.size());
     if (!headFits(buf, kHeaderSize)) return -1760;
     // The vertex block comes first, the colour block second, the face block third; the second
     // and third are found by the lengths alone, their tags are looked at only when reached.

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <set>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -40,10 +41,10 @@ enum class VyxWalk { found, missing, malformed };
 // 16 bytes (the head). missing: the chain ends at the end of the buffer without it; malformed:
 // the buffer is shorter than the file header, a head is cut short or a length reaches past the
 // end.
-VyxWalk findVyxBlock(const std::vector<char>& buf, uint32_t tag, VyxBlock& out);
+VyxWalk findVyxBlock(std::span<const char> buf, uint32_t tag, VyxBlock& out);
 
 // True when the block's count records of recordSize bytes lie within the buffer.
-bool vyxRecordsFit(const std::vector<char>& buf, const VyxBlock& block, size_t recordSize);
+bool vyxRecordsFit(std::span<const char> buf, const VyxBlock& block, size_t recordSize);
 
 // Writes the OBJ text of a Vyx mesh (vertices, RGB block, faces in the runs of faceID).
 // 0; -18 faceID empty, -1760 Vyx file unreadable or malformed, -2 OBJ file not written; a block
