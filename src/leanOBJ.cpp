@@ -203,6 +203,7 @@ void scanByGroups(SplitScan& s, std::map<std::string, int32_t, std::less<>>& nam
             default: break;
         }
     }
+    s.finish();
 }
 
 // List-driven scan: faces are assigned to the records of groupsList by their face ranges.
@@ -225,6 +226,7 @@ void scanByList(SplitScan& s) {
             obj::forEachFaceIndex(line, scratch, [&](int32_t i) { s.add(s.sets[current], i); });
         }
     }
+    s.finish();
 }
 
 // Appends a vertex file (head + big-endian positions) for the given 1-based indices.
@@ -423,7 +425,6 @@ double LeanSplitOBJ(const char* objPath, char* outPath) {
     if (!loadForSplit(objPath, s)) return -1;
     std::map<std::string, int32_t, std::less<>> names;
     scanByGroups(s, names);
-    s.finish();
     const std::string folder = FileNameExtract(outPath, 1);
     const IndexSet empty;
     std::vector<char> out;
@@ -443,7 +444,6 @@ double LeanSplitVyx(const char* objPath, char* outPath) {
     if (!loadForSplit(objPath, s)) return -1;
     std::map<std::string, int32_t, std::less<>> names;
     scanByGroups(s, names);
-    s.finish();
     std::vector<char> out;
     std::string base;
     for (const auto& [name, number] : names) {
@@ -569,7 +569,6 @@ double ListSplitOBJ(const char* objPath, char* outPath) {
     SplitScan s;
     if (!loadForSplit(objPath, s)) return -1;
     scanByList(s);
-    s.finish();
     const IndexSet empty;
     std::vector<char> out;
     std::string base;
@@ -588,7 +587,6 @@ double ListSplitVyx(const char* objPath, char* outPath) {
     SplitScan s;
     if (!loadForSplit(objPath, s)) return -1;
     scanByList(s);
-    s.finish();
     std::vector<char> out;
     std::string base;
     for (const auto& [name, k] : index) {
