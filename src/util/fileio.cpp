@@ -28,14 +28,17 @@ bool writeAll(int fd, const void* data, size_t size) {
 
 }  // namespace
 
-bool readFile(const char* path, std::vector<char>& out) {
+int openForReading(const char* path, struct stat& st) {
     int fd = ::open(path, O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return false;
-    struct stat st {};
+    if (fd < 0) return -1;
     if (::fstat(fd, &st) != 0 || S_ISDIR(st.st_mode)) {
         ::close(fd);
-        return false;
+        return -1;
     }
+    return fd;
+}
+
+bool readOpened(int fd, const struct stat& st, std::vector<char>& out) {
     out.clear();
     // Regular files are read with one call into a buffer of their size; anything else
     // (a pipe, a file that grows meanwhile) is read on until end of file.
@@ -48,7 +51,6 @@ bool readFile(const char* path, std::vector<char>& out) {
         ssize_t n = ::read(fd, out.data() + used, out.size() - used);
         if (n < 0) {
             if (errno == EINTR) continue;
-            ::close(fd);
             out.clear();
             return false;
         }
@@ -63,9 +65,17 @@ bool readFile(const char* path, std::vector<char>& out) {
             out[used++] = probe;
         }
     }
-    ::close(fd);
     out.resize(used);
     return true;
+}
+
+bool readFile(const char* path, std::vector<char>& out) {
+    struct stat st {};
+    int fd = openForReading(path, st);
+    if (fd < 0) return false;
+    const bool ok = readOpened(fd, st, out);
+    ::close(fd);
+    return ok;
 }
 
 bool readFileRepeatLast(const char* path, std::vector<char>& out) {

@@ -1,6 +1,8 @@
 // Whole-file input and output: one read to load a file, one write to store one.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cstddef>
 #include <string>
 #include <vector>
@@ -9,6 +11,12 @@ namespace kv {
 
 // Loads the whole file into out (replacing its content). False when it cannot be opened or read.
 bool readFile(const char* path, std::vector<char>& out);
+
+// The two steps of readFile, for readers that may map the file instead: openForReading opens
+// path read-only and fills st (-1 when it cannot be opened or is a folder); readOpened reads
+// the opened file to its end into out (the caller closes fd).
+int openForReading(const char* path, struct stat& st);
+bool readOpened(int fd, const struct stat& st, std::vector<char>& out);
 
 // Loads the whole file as readFile does, then appends a repeat of its last byte (a 0 for an empty
 // file): the image loaders keep this one extra byte, and the rewrites write it back.

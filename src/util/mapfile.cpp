@@ -1,6 +1,5 @@
 #include "util/mapfile.h"
 
-#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -14,13 +13,9 @@ MappedFile::~MappedFile() {
 }
 
 bool MappedFile::open(const char* path) {
-    int fd = ::open(path, O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return false;
     struct stat st {};
-    if (::fstat(fd, &st) != 0 || S_ISDIR(st.st_mode)) {
-        ::close(fd);
-        return false;
-    }
+    int fd = openForReading(path, st);
+    if (fd < 0) return false;
     if (S_ISREG(st.st_mode) && st.st_size > 0) {
         void* m = ::mmap(nullptr, static_cast<size_t>(st.st_size), PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd, 0);
         if (m != MAP_FAILED) {
@@ -32,8 +27,10 @@ bool MappedFile::open(const char* path) {
             return true;
         }
     }
+    // Not mappable (empty, a pipe, a special file): read it through the same descriptor.
+    const bool ok = readOpened(fd, st, copy_);
     ::close(fd);
-    if (!readFile(path, copy_)) return false;
+    if (!ok) return false;
     data_ = copy_.data();
     size_ = copy_.size();
     return true;
