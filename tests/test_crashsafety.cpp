@@ -58,17 +58,6 @@ std::vector<std::string> entries(const std::string& dir) {
 
 }  // namespace
 
-// What the rewrites avoid: a plain truncating write stopped by the limit destroys the old file.
-TEST(CrashSafety, PlainWriteStoppedHalfWayLosesTheOldFile) {
-    TempDir dir;
-    const std::string path = dir / "plain";
-    kvtest::writeAll(path, "old content");
-    const std::string big(2 * kLimit, 'x');
-    const int status = runLimited(false, [&] { return kv::writeFile(path.c_str(), big.data(), big.size()) ? 0 : 1; });
-    ASSERT_TRUE(WIFSIGNALED(status)) << status;
-    EXPECT_EQ(kvtest::readAll(path), std::string(kLimit, 'x'));
-}
-
 namespace {
 
 // One large rewrite of each kind: prepare() writes the old file (and any inputs) and

@@ -1,88 +1,156 @@
-// PSD operations: the header reader's codes and bounds, swap and stencil, grayscale arithmetic,
-// merging with a key colour, seam healing at its fixed rows and columns, and thumbnails.
+// Images: the BMP crop byte for byte against a model of the image, and the PSD operations
+// (header codes, swap and stencil, grayscale, merging with a key colour, seam healing, thumbnails).
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
 
 #include <cmath>
-#include <cstdint>
-#include <functional>
+#include <cstdio>
 #include <string>
 
-#include "kelvane/Kelvane4.h"
 #include "imagefiles.h"
 #include "testutil.h"
-// After the other headers: PsdOps declares the module globals `img`, `offst`, `fHeader`.
+// After the other headers: these declare the module globals `offset`, `img`, `offst`, `fHeader`.
+#include "BmpOps.h"
 #include "PsdOps.h"
 
-using kvtest::TempDir;
 using namespace kvtest;
 
 namespace {
 
+// What cropping makeBmp(width, height) at startColumn with cropWidth must give.
+std::string expectedCrop(int width, int height, int startColumn, int cropWidth) {
+    std::string s = makeBmp(width, height).substr(0, 54);
+    const int newHeight = height - 3, dataSize = (cropWidth * 3 + paddingOf(cropWidth)) * newHeight;
+    putLE(s, 2, uint32_t(54 + dataSize));
+    putLE(s, 18, uint32_t(cropWidth));
+    putLE(s, 22, uint32_t(newHeight));
+    putLE(s, 34, uint32_t(dataSize));
+    for (int r = 0; r < newHeight; ++r) {
+        for (int c = 0; c < cropWidth; ++c)
+            for (int ch = 0; ch < 3; ++ch) s += sample(r + 1, startColumn + c, ch);
+        s.append(size_t(paddingOf(cropWidth)), '\0');
+    }
+    return s;
+}
+
+void setWidth(double w) { CropBMP_SetWidth(nullptr, w, nullptr, nullptr); }
+
 unsigned char at(const std::string& s, size_t i) { return static_cast<unsigned char>(s[i]); }
 
 float call(KelvaneFn fn, const std::string& text, double number, const std::string& mem1 = "") {
-    char block1[512] = {};
-    mem1.copy(block1, sizeof block1 - 1);
-    char block2[8] = {};
-    return fn(text.c_str(), number, block1, block2);
+    return callFn(fn, text, number, mem1);
 }
-
-// Loads a file and parses it as every operation does.
-float parse(const std::string& path) { return loadPSD(path.c_str()) ? readPSDHeader() : -100; }
 
 }  // namespace
 
-TEST(PsdHeader, CodesDataOffsetAndShortFiles) {
+TEST(BmpCrop, ByteExactForEveryPaddingOfSourceAndCrop) {
+    TempDir dir;
+    for (int width : {5, 6, 7, 8}) {  // source rows padded by 1, 2, 3, 0
+        const std::string src = dir / ("w" + std::to_string(width) + ".bmp"), dst = dir / "out.bmp";
+        writeAll(src, makeBmp(width, 7));
+        for (int cropWidth : {1, 2, 3, 4})  // crop rows padded by 1, 2, 3, 0
+            for (int column : {0, width - cropWidth}) {
+                SCOPED_TRACE(std::to_string(width) + " " + std::to_string(cropWidth) + " " + std::to_string(column));
+                setWidth(cropWidth);
+                ASSERT_EQ(callFn(CropBMPfile, src, column + 0.9, dst), 0);  // the column is truncated
+                EXPECT_EQ(readAll(dst), expectedCrop(width, 7, column, cropWidth));
+                EXPECT_TRUE(bmpV.empty());
+            }
+    }
+    // A region reaching past the right edge reads on into the next stored row, inside the file.
+    writeAll(dir / "in.bmp", makeBmp(4, 6));
+    setWidth(2);
+    ASSERT_EQ(callFn(CropBMPfile, dir / "in.bmp", 3, dir / "out.bmp"), 0);
+    const std::string wrapped = readAll(dir / "out.bmp");
+    for (int ch = 0; ch < 3; ++ch) {
+        EXPECT_EQ(wrapped[54 + size_t(ch)], sample(1, 3, ch));
+        EXPECT_EQ(wrapped[54 + 3 + size_t(ch)], sample(2, 0, ch));
+    }
+    setWidth(50);
+}
+
+TEST(BmpCrop, RefusalsWriteNothing) {
+    TempDir dir;
+    const std::string good = dir / "good.bmp", dst = dir / "out.bmp", full = makeBmp(10, 8);
+    writeAll(good, full);
+    auto refused = [&](const std::string& bytes, int startByte, int width) {
+        writeAll(dir / "bad.bmp", bytes);
+        const float r = cropBMP((dir / "bad.bmp").c_str(), dst.c_str(), startByte, width);
+        EXPECT_FALSE(exists(dst));
+        EXPECT_TRUE(bmpV.empty());
+        return r;
+    };
+    std::string notBmp = full, lying = full;
+    notBmp[0] = 'P';
+    putLE(lying, 2, uint32_t(full.size() - 120));
+    EXPECT_EQ(cropBMP(nullptr, dst.c_str(), 0, 2), -1760);
+    EXPECT_EQ(refused(notBmp, 0, 2), -7);
+    EXPECT_EQ(refused(makeBmp(10, 2), 0, 2), -7);                      // height below 3
+    EXPECT_EQ(refused(full.substr(0, full.size() - 120), 0, 2), -7);   // shorter than its header says
+    EXPECT_EQ(refused(lying.substr(0, full.size() - 120), 0, 2), -7);  // ... even when the size field agrees
+    // Rows of 32 bytes: the region may run on into the two unread rows, never past the file.
+    EXPECT_EQ(refused(full, 91, 2), -7);
+    EXPECT_EQ(refused(full, -33, 2), -7);  // before the pixel data
+    EXPECT_EQ(refused(full, 0, -1), -7);
+    EXPECT_EQ(cropBMP(good.c_str(), (dir / "no/such/folder.bmp").c_str(), 0, 2), -5);
+    EXPECT_EQ(cropBMP(good.c_str(), nullptr, 0, 2), -5);
+    EXPECT_TRUE(bmpV.empty());
+    EXPECT_EQ(cropBMP(good.c_str(), dst.c_str(), 90, 2), 0);
+    EXPECT_EQ(cropBMP(good.c_str(), dst.c_str(), 3 * 3, 4), 0);  // after the failures: its own file only
+    EXPECT_EQ(readAll(dst), expectedCrop(10, 8, 3, 4));
+
+    // Rows of 0 bytes and a large height: a crop of any bytes is refused, one of no bytes does
+    // not walk the rows, and an output of no bytes at all is written empty.
+    std::string zeroWidth = makeBmp(1, 4);
+    putLE(zeroWidth, 18, 0);
+    putLE(zeroWidth, 22, 0x7FFFFFFF);
+    writeAll(good, zeroWidth);
+    EXPECT_EQ(cropBMP(good.c_str(), dst.c_str(), 0, 1), -7);
+    EXPECT_EQ(cropBMP(good.c_str(), dst.c_str(), 0, 0), 0);
+    EXPECT_EQ(readAll(dst).size(), 54u);
+    std::string noHeader = makeBmp(5, 3);  // pixel data from offset 0, no row left to crop
+    putLE(noHeader, 10, 0);
+    writeAll(good, noHeader);
+    EXPECT_EQ(cropBMP(good.c_str(), dst.c_str(), 0, 5), 0);
+    EXPECT_EQ(readAll(dst).size(), 0u);
+    writeAll(good, makeBmp(3, 6));  // rows of 9 pixel bytes and 3 padding bytes
+    EXPECT_EQ(cropBMP(good.c_str(), dst.c_str(), 0, 5), -7);  // 15 bytes a row: wider than 12
+    EXPECT_EQ(cropBMP(good.c_str(), dst.c_str(), 3, 4), 0);   // 12 bytes from column 1: into the next row
+    EXPECT_EQ(readAll(dst).size(), 54u + 3 * 12);
+}
+
+TEST(PsdHeader, CodesAndDataOffset) {
     TempDir dir;
     const std::string f = dir / "h.psd";
+    auto parse = [&](const std::string& bytes) {
+        writeAll(f, bytes);
+        return loadPSD(f.c_str()) ? readPSDHeader() : -100;
+    };
     const Psd good = uniform(2, 3, {1, 2, 3});
-
-    kvtest::writeAll(f, good.bytes());
-    EXPECT_EQ(parse(f), 0);
+    EXPECT_EQ(parse(good.bytes()), 0);
     EXPECT_EQ(offst, 40);  // 34 + layer length word + compression word
     EXPECT_EQ(fHeader.rows, 2u);
     EXPECT_EQ(fHeader.columns, 3u);
     EXPECT_EQ(img.size(), good.bytes().size() + 1);  // the last byte is read twice
     EXPECT_EQ(img.back(), img[img.size() - 2]);
-
-    Psd sections = good;
+    Psd sections = good, published = good, colourData = good, packed = good;
     sections.resources = "resour";
     sections.layers = "layerlayer";
-    kvtest::writeAll(f, sections.bytes());
-    EXPECT_EQ(parse(f), 0);
+    EXPECT_EQ(parse(sections.bytes()), 0);
     EXPECT_EQ(offst, 34 + 6 + 4 + 10 + 2);
-
     std::string bad = good.bytes();
     bad[3] = 'B';
-    kvtest::writeAll(f, bad);
-    EXPECT_EQ(parse(f), -1);
-    Psd published = good;
     published.version = std::string("\x00\x01", 2);
-    kvtest::writeAll(f, published.bytes());
-    EXPECT_EQ(parse(f), -2);
-    Psd colourData = good;
     colourData.colourModeLength = 4;
-    kvtest::writeAll(f, colourData.bytes());
-    EXPECT_EQ(parse(f), -3);
-    Psd packed = good;
     packed.compression = 1;
-    kvtest::writeAll(f, packed.bytes());
-    EXPECT_EQ(parse(f), -4);
-
-    // Too short for what the header declares: -1, never a read past the file.
-    const std::string whole = sections.bytes();
-    for (size_t cut : {size_t(5), size_t(33), size_t(34 + 3), size_t(34 + 6 + 3), size_t(34 + 6 + 4 + 10 + 1)}) {
-        kvtest::writeAll(f, whole.substr(0, cut));
-        EXPECT_EQ(parse(f), -1) << "cut at " << cut;
-    }
-    Psd hugeSection = good;
-    hugeSection.resources = "abc";
-    std::string lying = hugeSection.bytes();
+    EXPECT_EQ(parse(bad), -1);
+    EXPECT_EQ(parse(published.bytes()), -2);
+    EXPECT_EQ(parse(colourData.bytes()), -3);
+    EXPECT_EQ(parse(packed.bytes()), -4);
+    std::string lying = sections.bytes();
     lying[33] = '\x7f';  // resources length about 2^31
-    kvtest::writeAll(f, lying);
-    EXPECT_EQ(parse(f), -1);
+    EXPECT_EQ(parse(lying), -1);
     EXPECT_EQ(SwapColorsPSD(nullptr, 0, nullptr, nullptr), -1);
 }
 
@@ -105,9 +173,9 @@ TEST(PsdConvert, SwapAndStencilOnTheKeyColour) {
     auto same = [](Rgb a, Rgb b) { return a.r == b.r && a.g == b.g && a.b == b.b; };
 
     SetInColor(nullptr, 0, nullptr, nullptr);
-    kvtest::writeAll(f, original);
+    writeAll(f, original);
     ASSERT_EQ(call(SwapColorsPSD, f, 16777215), 0);
-    std::string out = kvtest::readAll(f);
+    std::string out = readAll(f);
     ASSERT_EQ(out.size(), original.size() + 1);
     EXPECT_EQ(out.back(), 'l');  // the last byte, repeated
     EXPECT_EQ(out.substr(0, 40), original.substr(0, 40));
@@ -115,18 +183,18 @@ TEST(PsdConvert, SwapAndStencilOnTheKeyColour) {
     for (size_t k = 0; k < 6; ++k)
         EXPECT_TRUE(same(pixel(out, k), same(source[k], black) ? white : source[k])) << "pixel " << k;
 
-    kvtest::writeAll(f, original);
+    writeAll(f, original);
     ASSERT_EQ(call(MakeStencilPSD, f, 16777215), 0);
-    out = kvtest::readAll(f);
+    out = readAll(f);
     for (size_t k = 0; k < 6; ++k)
         EXPECT_TRUE(same(pixel(out, k), same(source[k], black) ? black : white)) << "pixel " << k;
     EXPECT_EQ(out.substr(40 + 18, 6), "ALPHA!");
 
     // Colour numbers are red * 65536 + green * 256 + blue, red in plane 0.
-    kvtest::writeAll(f, original);
+    writeAll(f, original);
     SetInColor(nullptr, 0x123456, nullptr, nullptr);
     ASSERT_EQ(call(SwapColorsPSD, f, 0x0000FF), 0);
-    out = kvtest::readAll(f);
+    out = readAll(f);
     for (size_t k = 0; k < 6; ++k) EXPECT_TRUE(same(pixel(out, k), k == 2 ? Rgb{0, 0, 255} : source[k])) << k;
     SetInColor(nullptr, 0, nullptr, nullptr);
 }
@@ -146,11 +214,11 @@ TEST(PsdGrayscale, WeightsLevelsAndOutputLayout) {
     p.pixels([&](size_t k) { return source[k]; });
     p.planes += "alphaxyz";
     p.tail = "after";
-    kvtest::writeAll(src, p.bytes());
+    writeAll(src, p.bytes());
     const size_t dataAt = 34 + 3 + 4 + 2;
     auto grays = [&](double level) {
         EXPECT_EQ(call(RGBtoGrayscale, src, level, dst), 0);
-        const std::string out = kvtest::readAll(dst);
+        const std::string out = readAll(dst);
         std::string values;
         for (size_t k = 0; k < 8 && dataAt + k < out.size(); ++k) values += std::to_string(at(out, dataAt + k)) + " ";
         return values;
@@ -162,7 +230,7 @@ TEST(PsdGrayscale, WeightsLevelsAndOutputLayout) {
     EXPECT_EQ(grays(100.9), "255 254 0 0 0 165 3 0 ");
     EXPECT_EQ(grays(300), "255 0 0 0 0 0 0 0 ");  // level 255: all but white black
 
-    const std::string out = kvtest::readAll(dst);
+    const std::string out = readAll(dst);
     const std::string in = p.bytes();
     EXPECT_EQ(out.size(), dataAt + 8);  // one plane; the other channels and the tail are dropped
     EXPECT_EQ(at(out, 12), 1);          // channels
@@ -172,13 +240,13 @@ TEST(PsdGrayscale, WeightsLevelsAndOutputLayout) {
     EXPECT_EQ(out.substr(0, 12), in.substr(0, 12));
     EXPECT_EQ(out.substr(14, 10), in.substr(14, 10));
     EXPECT_EQ(out.substr(26, dataAt - 26), in.substr(26, dataAt - 26));
-    EXPECT_EQ(kvtest::readAll(src), in);  // the source stays as it was
+    EXPECT_EQ(readAll(src), in);  // the source stays as it was
 
     Psd gray = uniform(1, 2, {9, 9, 9});
     gray.mode = 1;
-    kvtest::writeAll(src, gray.bytes());
+    writeAll(src, gray.bytes());
     EXPECT_EQ(call(RGBtoGrayscale, src, 0, dst), -3);
-    kvtest::writeAll(src, p.bytes());
+    writeAll(src, p.bytes());
     EXPECT_EQ(call(RGBtoGrayscale, src, 0, dir / "no/such/dir.psd"), -5);
 }
 
@@ -206,10 +274,10 @@ TEST(PsdMerge, KeyColourShowsTheSecondImage) {
                std::to_string(at(s, bData + 8 + k));
     };
 
-    kvtest::writeAll(first, a.bytes());
-    kvtest::writeAll(second, bBytes);
+    writeAll(first, a.bytes());
+    writeAll(second, bBytes);
     ASSERT_EQ(call(MergePSDfiles, first, 16711680, second), 0);  // pure red is transparent
-    std::string out = kvtest::readAll(first);
+    std::string out = readAll(first);
     ASSERT_EQ(out.size(), bBytes.size() + 1);
     EXPECT_EQ(out.substr(0, bData), bBytes.substr(0, bData));
     EXPECT_EQ(out.substr(bData + 12), bBytes.substr(bData + 12) + "m");
@@ -217,30 +285,30 @@ TEST(PsdMerge, KeyColourShowsTheSecondImage) {
     EXPECT_EQ(pixel(out, 1), "1,2,3");
     EXPECT_EQ(pixel(out, 2), "42,52,62");
     EXPECT_EQ(pixel(out, 3), "255,0,1");
-    EXPECT_EQ(kvtest::readAll(second), bBytes);
+    EXPECT_EQ(readAll(second), bBytes);
 
-    kvtest::writeAll(first, a.bytes());
+    writeAll(first, a.bytes());
     ASSERT_EQ(call(MergePSDfiles, first, 0x010203 + 1, second), 0);  // a key no pixel has
-    out = kvtest::readAll(first);
+    out = readAll(first);
     for (size_t k = 0; k < 4; ++k)
         EXPECT_EQ(pixel(out, k), std::to_string(top[k].r) + "," + std::to_string(top[k].g) + "," + std::to_string(top[k].b));
 
     // Failures leave the first file as it was.
     const std::string aBytes = a.bytes();
-    kvtest::writeAll(first, aBytes);
+    writeAll(first, aBytes);
     Psd wide = uniform(2, 3, red);
-    kvtest::writeAll(second, wide.bytes());
+    writeAll(second, wide.bytes());
     EXPECT_EQ(call(MergePSDfiles, first, 0, second), -6);
     Psd published = b;
     published.version = std::string("\x00\x01", 2);
-    kvtest::writeAll(second, published.bytes());
+    writeAll(second, published.bytes());
     EXPECT_EQ(call(MergePSDfiles, first, 0, second), -2);
     EXPECT_EQ(call(MergePSDfiles, first, 0, dir / "missing.psd"), -1);
-    EXPECT_EQ(kvtest::readAll(first), aBytes);
-    kvtest::writeAll(first, published.bytes());
-    kvtest::writeAll(second, bBytes);
+    EXPECT_EQ(readAll(first), aBytes);
+    writeAll(first, published.bytes());
+    writeAll(second, bBytes);
     EXPECT_EQ(call(MergePSDfiles, first, 0, second), -2);
-    EXPECT_EQ(kvtest::readAll(first), published.bytes());
+    EXPECT_EQ(readAll(first), published.bytes());
 }
 
 TEST(PsdHeal, FixedRowsAndColumnsFromTheFirstImage) {
@@ -265,10 +333,10 @@ TEST(PsdHeal, FixedRowsAndColumnsFromTheFirstImage) {
         return s.substr(40 + p * h * w + r * w + c, count);
     };
 
-    kvtest::writeAll(first, a);
-    kvtest::writeAll(second, b);
+    writeAll(first, a);
+    writeAll(second, b);
     ASSERT_EQ(call(HealPSDfiles, first, std::nan(""), second), 0);  // NaN: rows
-    std::string out = kvtest::readAll(first);
+    std::string out = readAll(first);
     ASSERT_EQ(out.size(), b.size() + 1);
     for (size_t p = 0; p < 3; ++p) {
         SCOPED_TRACE("plane " + std::to_string(p));
@@ -281,9 +349,9 @@ TEST(PsdHeal, FixedRowsAndColumnsFromTheFirstImage) {
     }
     EXPECT_EQ(out.substr(40 + 3 * h * w), "TT");
 
-    kvtest::writeAll(first, a);
+    writeAll(first, a);
     ASSERT_EQ(call(HealPSDfiles, first, 1, second), 0);
-    out = kvtest::readAll(first);
+    out = readAll(first);
     for (size_t p = 0; p < 3; ++p) {
         for (size_t r : {size_t(0), size_t(1), size_t(h - 1)}) EXPECT_EQ(run(out, p, r, 0, w), run(b, p, r, 0, w)) << r;
         for (size_t r : {size_t(2), size_t(60), size_t(h - 2)}) {
@@ -297,14 +365,14 @@ TEST(PsdHeal, FixedRowsAndColumnsFromTheFirstImage) {
     // Below 100 in either direction: -9, nothing written; a size mismatch: -6.
     for (auto [rows, columns] : {std::pair<uint32_t, uint32_t>{100, 99}, {99, 100}}) {
         const std::string small = uniform(rows, columns, {1, 1, 1}).bytes();
-        kvtest::writeAll(first, small);
+        writeAll(first, small);
         EXPECT_EQ(call(HealPSDfiles, first, 0, second), -9);
-        EXPECT_EQ(kvtest::readAll(first), small);
+        EXPECT_EQ(readAll(first), small);
     }
     const std::string other = uniform(100, 100, {1, 1, 1}).bytes();
-    kvtest::writeAll(first, other);
+    writeAll(first, other);
     EXPECT_EQ(call(HealPSDfiles, first, 1, second), -6);
-    EXPECT_EQ(kvtest::readAll(first), other);
+    EXPECT_EQ(readAll(first), other);
 }
 
 TEST(PsdThumbnail, CentredOnBlackAndAreaAveraged) {
@@ -327,23 +395,23 @@ TEST(PsdThumbnail, CentredOnBlackAndAreaAveraged) {
         return std::to_string(inside) + "/" + std::to_string(outside);
     };
 
-    kvtest::writeAll(src, uniform(100, 200, {10, 200, 30}).bytes());
+    writeAll(src, uniform(100, 200, {10, 200, 30}).bytes());
     ASSERT_EQ(call(CreateThumbnail, src, 64), 0);
-    std::string t = kvtest::readAll(thumb);
+    std::string t = readAll(thumb);
     ASSERT_EQ(t.size(), 40u + 3 * 64 * 64);
     EXPECT_EQ(t.substr(0, 40), uniform(64, 64, {0, 0, 0}).bytes().substr(0, 40));
     EXPECT_EQ(wrong(t, 64, 0, 16, 64, 32, {10, 200, 30}), "0/0");  // 64 x 32 in rows 16..47
 
     const std::string tall = dir / "set.v2/tall";  // no extension: the name gets the suffix
-    kvtest::writeAll(tall, uniform(150, 50, {250, 0, 128}).bytes());
+    writeAll(tall, uniform(150, 50, {250, 0, 128}).bytes());
     ASSERT_EQ(call(CreateThumbnail, tall, 30), 0);
-    t = kvtest::readAll(tall + "_thumb.psd");
+    t = readAll(tall + "_thumb.psd");
     ASSERT_EQ(t.size(), 40u + 3 * 30 * 30);
     EXPECT_EQ(wrong(t, 30, 10, 0, 10, 30, {250, 0, 128}), "0/0");  // 10 x 30 in columns 10..19
 
-    kvtest::writeAll(tall, uniform(1, 2, {7, 8, 9}).bytes());  // enlarged
+    writeAll(tall, uniform(1, 2, {7, 8, 9}).bytes());  // enlarged
     ASSERT_EQ(call(CreateThumbnail, tall, 8.7), 0);
-    EXPECT_EQ(wrong(kvtest::readAll(tall + "_thumb.psd"), 8, 0, 2, 8, 4, {7, 8, 9}), "0/0");
+    EXPECT_EQ(wrong(readAll(tall + "_thumb.psd"), 8, 0, 2, 8, 4, {7, 8, 9}), "0/0");
 
     // A one-pixel checkerboard shrunk by 4 averages to mid-gray; picking pixels would give 0 or 255.
     Psd board;
@@ -352,16 +420,16 @@ TEST(PsdThumbnail, CentredOnBlackAndAreaAveraged) {
         const int v = ((k / 64 + k % 64) % 2) * 255;
         return Rgb{v, v, v};
     });
-    kvtest::writeAll(src, board.bytes());
+    writeAll(src, board.bytes());
     ASSERT_EQ(call(CreateThumbnail, src, 16), 0);
-    t = kvtest::readAll(thumb);
+    t = readAll(thumb);
     for (size_t i = 40; i < t.size(); ++i) ASSERT_NEAR(at(t, i), 127.5, 1.0) << "sample " << i - 40;
 
     Psd gray = uniform(4, 4, {1, 1, 1});
     gray.mode = 1;
-    kvtest::writeAll(src, gray.bytes());
+    writeAll(src, gray.bytes());
     EXPECT_EQ(call(CreateThumbnail, src, 16), -3);
-    kvtest::writeAll(src, board.bytes());
+    writeAll(src, board.bytes());
     EXPECT_EQ(call(CreateThumbnail, src, 0.5), -9);
     EXPECT_EQ(call(CreateThumbnail, src, 4097), -9);
     ASSERT_EQ(std::remove(thumb.c_str()), 0);
