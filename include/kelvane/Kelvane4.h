@@ -118,11 +118,14 @@ KV_API float vyxtoOBJ(const char* text, double number, char* memBlock1, char* me
 KV_API float getFaceIDs(const char* text, double number, char* memBlock1, char* memBlock2);
 /* Writes the RGB comment block of the colour block of text to memBlock1; 0. -9, -1760, -2. */
 KV_API float outMRGB(const char* text, double number, char* memBlock1, char* memBlock2);
-/* Puts the positions of vertex file text into Vyx file memBlock1; 0. -2 null, -1760, -201, -301, -401, -18. */
+/* Puts the positions of vertex file text into Vyx file memBlock1; 0. -2 null, -1760 unreadable or vertex records cut,
+   -201, -301, -401, -18 no vertex block before the end of the file. */
 KV_API float SwapVertices_Vyx(const char* text, double number, char* memBlock1, char* memBlock2);
-/* Number of UV tiles of Vyx file text; the last face's tile name to memBlock1. -17 unreadable. */
+/* Number of UV tiles of Vyx file text (0 without a UV block); the last face's tile name to memBlock1.
+   -17 unreadable or UV records cut. */
 KV_API float GetUVTile(const char* text, double number, char* memBlock1, char* memBlock2);
-/* Writes one Vyx file per UV tile of text; their number. -1760 unreadable, 1501 + i file i not written. */
+/* Writes one Vyx file per UV tile of text; their number (0 without a UV block). -1760 unreadable or UV records
+   cut, 1501 + i file i not written. */
 KV_API float GetUVsFromVyx(const char* text, double number, char* memBlock1, char* memBlock2);
 /* Copies tile file name int(number) of the last split to memBlock1 (nothing when there is none); 0. */
 KV_API float getUVTileString(const char* text, double number, char* memBlock1, char* memBlock2);
