@@ -152,8 +152,10 @@ KV_API float OpenPrjFile(const char* text, double number, char* memBlock1, char*
  * repeated). A PSD file too short for its sections or planes gives -1. */
 
 /* Crops source text to memBlock1: CropBMP_SetWidth pixels from column int(number), all stored rows
-   but the first and the last two; 0, -1760 no source, -7 not a BMP/height < 3/crop wider than a row/region
-   outside, -5. */
+   but the first and the last two (a crop wider than a row reads on into the next rows); 0, -1760 no
+   source, -5 destination not created, -7 refused: not a BMP, height < 3, column * 3 or width * 3
+   beyond 32 bits, rows the file cannot hold, a region outside the pixel bytes in the file, or an
+   output over four times those bytes. */
 KV_API float CropBMPfile(const char* text, double number, char* memBlock1, char* memBlock2);
 /* PSD text: pixels of the SetInColor colour are kept, all others become colour number; 0, -1..-4, -5. */
 KV_API float MakeStencilPSD(const char* text, double number, char* memBlock1, char* memBlock2);
