@@ -370,8 +370,10 @@ int fileCopyTo(const char* source, const char* destination) {
         }
     }
     delete[] buffer;
+    if (std::ferror(in)) result = -1;  // a read that failed is no end of the file
     std::fclose(in);
     if (std::fclose(out) != 0) result = -1;
+    if (result != 0) std::remove(destination);  // a cut copy is worse than none
     return result;
 }
 

@@ -58,7 +58,8 @@ KV_API float GetTPoseRef(const char* text, double number, char* memBlock1, char*
 
 /* Deletes the file text; 0, or -1 (null text, or the system refuses). */
 KV_API float FileDelete(const char* text, double number, char* memBlock1, char* memBlock2);
-/* Copies text to memBlock1 (the destination is deleted first); 0, or -1 on any failure. */
+/* Copies text to memBlock1 (the destination is deleted first); 0, or -1 on any failure, a read
+   error included (a cut copy is removed). */
 KV_API float FileCopyTo(const char* text, double number, char* memBlock1, char* memBlock2);
 /* Renames text to memBlock1; 0, or -1 (null argument, or the system refuses). */
 KV_API float FileRename(const char* text, double number, char* memBlock1, char* memBlock2);
