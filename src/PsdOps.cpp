@@ -137,7 +137,7 @@ float convertPSD(const char* path, float oldColour, float newColour, bool stenci
         planes.plane[1][k] = static_cast<unsigned char>(to.g);
         planes.plane[2][k] = static_cast<unsigned char>(to.b);
     }
-    return path && kv::replaceFile(path, img.data(), img.size()) ? 0 : -5;
+    return path && kv::storeFile(path, img.data(), img.size()) ? 0 : -5;
 }
 
 float GrayscalePSD(const char* source, const char* destination, int level) {
@@ -180,7 +180,7 @@ float mergePSD(const char* first, const char* second, float keyColour) {
         if (isColour(top, k, key)) continue;  // transparent: the second image shows
         for (int p = 0; p < 3; ++p) out.plane[p][k] = top.plane[p][k];
     }
-    return kv::replaceFile(first, img.data(), img.size()) ? 0 : -5;
+    return kv::storeFile(first, img.data(), img.size()) ? 0 : -5;
 }
 
 float mergeSeamlessPSD(const char* first, const char* second, bool columns) {
@@ -210,7 +210,7 @@ float mergeSeamlessPSD(const char* first, const char* second, bool columns) {
             copyRun(source, r, 48, out, r, w - 2, 2);  // right edge from columns 48, 49
         }
     }
-    return kv::replaceFile(first, img.data(), img.size()) ? 0 : -5;
+    return kv::storeFile(first, img.data(), img.size()) ? 0 : -5;
 }
 
 namespace {

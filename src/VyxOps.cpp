@@ -315,7 +315,7 @@ int swapVerticesVyx(const char* vyxPath, const char* vertexPath) {
     if (!canOpen(vyxPath, O_WRONLY)) return -401;
     std::memcpy(buf.data() + vertices.at + kHeadSize, vt.data() + kHeadSize, bytes);
     // The new content replaces the file in one step: a crash leaves the old file or the new one.
-    return kv::replaceFile(vyxPath, buf.data(), buf.size()) ? 0 : -401;
+    return kv::storeFile(vyxPath, buf.data(), buf.size()) ? 0 : -401;
 }
 
 // ---- UV tiles --------------------------------------------------------------------------------

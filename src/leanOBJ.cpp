@@ -609,7 +609,7 @@ bool LeanSwapVerts(const char* vertexPath, const char* meshPath) {
         }
     }
     if (newVertices == 0 || meshVertices == 0 || newVertices != meshVertices || others == 0) return false;
-    return kv::replaceFile(meshPath, out.data(), out.size());
+    return kv::storeFile(meshPath, out.data(), out.size());
 }
 
 // ---- Splits by the polygroup list --------------------------------------------------------
