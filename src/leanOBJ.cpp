@@ -7,16 +7,13 @@
 #include <bit>
 #include <charconv>
 #include <cstring>
-#include <cstdlib>
-#include <exception>
 #include <limits>
-#include <new>
-#include <thread>
 
 #include "FileOps.h"
 #include "util/bytes.h"
 #include "util/fileio.h"
 #include "util/mapfile.h"
+#include "util/parallel.h"
 #include "util/text.h"
 
 // Module state (exported data symbols).
@@ -166,18 +163,8 @@ const char* lineEnd(const char* p, const char* end) {
 // its own (its vertex lines, its faces' indices by group or by list record), and the chunks are
 // joined in file order, so that the result is the one a single pass gives.
 
-constexpr unsigned kMaxScanThreads = 16;
-unsigned gScanThreads = 0;           // 0: KELVANE_THREADS, else as many as the machine has
+unsigned gScanThreads = 0;           // 0: as many as kv::workerThreads gives
 size_t gMinChunk = size_t(8) << 20;  // no chunk smaller than this
-
-unsigned scanThreads() {
-    if (gScanThreads > 0) return gScanThreads;
-    if (const char* env = std::getenv("KELVANE_THREADS")) {
-        const long n = std::strtol(env, nullptr, 10);
-        if (n >= 1) return static_cast<unsigned>(std::min<long>(n, kMaxScanThreads));
-    }
-    return std::clamp(std::thread::hardware_concurrency(), 1u, kMaxScanThreads);
-}
 
 // What one chunk's scan finds.
 struct ChunkScan {
@@ -228,7 +215,7 @@ bool loadForSplit(const char* path, SplitScan& s) {
     s.bitBudget = s.file.size() / 4 + (uint64_t(1) << 20);
     const char* data = s.file.data();
     const char* end = data + s.file.size();
-    const size_t n = std::max<size_t>(1, std::min<size_t>(scanThreads(), s.file.size() / std::max<size_t>(gMinChunk, 1)));
+    const size_t n = std::max<size_t>(1, std::min<size_t>(gScanThreads ? gScanThreads : kv::workerThreads(), s.file.size() / std::max<size_t>(gMinChunk, 1)));
     s.chunks.resize(n);
     const char* at = data;
     for (size_t c = 0; c < n; ++c) {
@@ -241,29 +228,10 @@ bool loadForSplit(const char* path, SplitScan& s) {
     return true;
 }
 
-// Runs scan(chunk) for every chunk, one thread each beyond the first (which runs on the calling
-// thread). All threads end before it returns; an exception in any of them is passed on.
+// Runs scan(chunk) for every chunk, each on a thread of its own (see kv::runInParallel).
 template <typename Fn>
 void forEachChunk(SplitScan& s, Fn&& scan) {
-    std::vector<std::exception_ptr> errors(s.chunks.size());
-    auto guarded = [&](size_t c) {
-        try {
-            scan(s.chunks[c]);
-        } catch (...) {
-            errors[c] = std::current_exception();
-        }
-    };
-    std::vector<std::thread> threads;
-    threads.reserve(s.chunks.size());
-    try {
-        for (size_t c = 1; c < s.chunks.size(); ++c) threads.emplace_back(guarded, c);
-    } catch (...) {
-        errors[0] = std::current_exception();  // no thread to be had: scan nothing more
-    }
-    if (!errors[0]) guarded(0);
-    for (std::thread& t : threads) t.join();
-    for (const std::exception_ptr& e : errors)
-        if (e) std::rethrow_exception(e);
+    kv::runInParallel(s.chunks.size(), [&](size_t c) { scan(s.chunks[c]); });
     s.vertexEnds.clear();
     for (const ChunkScan& c : s.chunks) s.vertexEnds.push_back(s.vertexCount() + c.vertexLines.size());
 }
@@ -425,7 +393,7 @@ void setName(groupID& g, std::string_view name) {
 namespace obj {
 
 void setScanThreads(unsigned threads, size_t minChunk) {
-    gScanThreads = std::min(threads, kMaxScanThreads);
+    gScanThreads = std::min(threads, 16u);
     gMinChunk = minChunk;
 }
 
