@@ -135,8 +135,8 @@ Frame frameOf(const std::vector<Mesh>& meshes, const std::vector<Projected>& pro
     f.margin = std::max(4, size / 25);
     f.scale = float(size - 2 * f.margin) / extent;
     f.mid[0] = (lo[0] + hi[0]) / 2, f.mid[1] = (lo[1] + hi[1]) / 2;
-    f.panelW = std::max(int(std::ceil(w * f.scale)) + 2 * f.margin, size / 3);
-    f.panelH = std::max(int(std::ceil(h * f.scale)) + 2 * f.margin, size / 3);
+    f.panelW = std::clamp(int(std::ceil(w * f.scale)) + 2 * f.margin, size / 3, size);
+    f.panelH = std::clamp(int(std::ceil(h * f.scale)) + 2 * f.margin, size / 3, size);
     f.font = std::max(1, size / 400);
     f.lineH = (kGlyphHeight + 3) * f.font;
     size_t lines = 1;
