@@ -27,8 +27,8 @@ struct Picture {
 // Glyph cells of the font: 5 x 7 dots, one column and one row of spacing.
 constexpr int kGlyphWidth = 6, kGlyphHeight = 8;
 
-// Draws text with its top left corner at x, y, each dot a scale x scale square; lower case is
-// drawn as capitals, characters the font lacks as '?'. Returns the width drawn.
+// Draws text with its top left corner at x, y, each dot a scale x scale square; characters the
+// font lacks (it has letters, digits and a little punctuation) as '?'. Returns the width drawn.
 int drawText(Picture& pic, int x, int y, const std::string& text, int scale, Rgb colour);
 
 // Writes pixels (channels 1 = gray or 3 = RGB per pixel) as a PNG. False when it cannot be written.
