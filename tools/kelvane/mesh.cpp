@@ -16,6 +16,10 @@ namespace kvtool {
 namespace {
 
 constexpr uint32_t kVertexTag = 10001, kFaceTag = 20001, kNoCorner = 0xFFFFFFFF;
+// Coordinates are drawn up to this size, so that no sum or difference of them overflows.
+constexpr float kLargest = 1e30f;
+
+bool drawable(float f) { return std::fabs(f) <= kLargest; }  // false for NaN too
 
 const char* skipBlanks(const char* p, const char* e) {
     while (p < e && (*p == ' ' || *p == '\t')) ++p;
@@ -30,7 +34,7 @@ bool parseVertex(std::string_view l, std::vector<float>& xyz) {
         if (p < e && *p == '+') ++p;
         float f = 0;
         auto r = std::from_chars(p, e, f);
-        if (r.ec != std::errc() || !std::isfinite(f)) return false;
+        if (r.ec != std::errc() || !drawable(f)) return false;
         xyz.push_back(f);
         p = r.ptr;
     }
@@ -106,7 +110,7 @@ bool readObj(const char* data, size_t size, Mesh& m, std::string& error) {
         if (!l.empty() && l.back() == '\r') l.remove_suffix(1);
         if (l.empty()) continue;
         if (l[0] == 'v' && l.size() > 1 && (l[1] == ' ' || l[1] == '\t')) {
-            if (!parseVertex(l, m.xyz)) return lineFault(error, lineNo, "a vertex line without three numbers");
+            if (!parseVertex(l, m.xyz)) return lineFault(error, lineNo, "a vertex line without three numbers below 1e30");
         } else if (l[0] == 'f') {
             if (!parseFace(l, m.vertexCount(), corners) || !addFace(corners, groups.forFace(), m))
                 return lineFault(error, lineNo, "a face with a vertex index that cannot exist");
@@ -122,7 +126,7 @@ bool readVyxBlock(const char* b, uint32_t tag, uint32_t count, Mesh& m, std::str
         m.xyz.resize(size_t{count} * 3);
         for (size_t i = 0; i < m.xyz.size(); ++i) m.xyz[i] = kv::getF32BE(b + 4 * i);
         for (float f : m.xyz)
-            if (!std::isfinite(f)) return (error = "a vertex position is not a finite number"), false;
+            if (!drawable(f)) return (error = "a vertex coordinate is not a number below 1e30"), false;
         return true;
     }
     for (uint32_t f = 0; f < count; ++f, b += 16) {
@@ -139,7 +143,8 @@ bool readVyxBlock(const char* b, uint32_t tag, uint32_t count, Mesh& m, std::str
 bool readVyx(const char* d, size_t n, Mesh& m, std::string& error) {
     if (n < 48) return (error = "too short for a Vyx mesh"), false;
     bool vertices = false;
-    for (uint64_t off = 32; off + 16 <= n;) {
+    uint64_t off = 32;
+    while (off + 16 <= n) {
         const uint32_t tag = kv::getU32BE(d + off), length = kv::getU32BE(d + off + 4);
         const uint32_t count = kv::getU32BE(d + off + 8);
         if ((tag == kVertexTag && !vertices) || tag == kFaceTag) {
@@ -152,7 +157,8 @@ bool readVyx(const char* d, size_t n, Mesh& m, std::string& error) {
         off += length == 0 ? 16 : length;
     }
     m.groups = {m.name};
-    return vertices || ((error = "no vertex block"), false);
+    if (!vertices) return (error = "no vertex block"), false;
+    return off == n || ((error = "the file ends inside a block"), false);
 }
 
 // A vertex file: a vertex block's 16-byte head and its records, nothing else.

@@ -72,7 +72,7 @@ float lightOf(const float* a, const float* b, const float* c) {
     const float n[3] = {e[1] * f[2] - e[2] * f[1], e[2] * f[0] - e[0] * f[2], e[0] * f[1] - e[1] * f[0]};
     const float len = std::sqrt(dot3(n, n));
     static const float kLight[3] = {-0.36f, -0.48f, 0.8f};  // screen rows grow downwards
-    return len > 0 ? 0.25f + 0.75f * std::fabs(dot3(n, kLight)) / len : 0.25f;
+    return len > 0 ? 0.3f + 0.7f * std::fabs(dot3(n, kLight)) / len : 0.3f;
 }
 
 // Fills a triangle of screen points (x, y, depth) with pixel centres inside or on its edges.
