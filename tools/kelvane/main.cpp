@@ -381,17 +381,11 @@ int main(int argc, char** argv) {
     kvtool::VerifyArgs verifyArgs;
     kvtool::addVerifyOptions(*verify, verifyArgs);
 
-    CLI::App* render = app.add_subcommand("render", "Draw OBJ and Vyx meshes side by side into a PNG");
-    kvtool::RenderArgs renderArgs;
-    kvtool::addRenderOptions(*render, renderArgs);
-
-    CLI::App* image = app.add_subcommand("image", "Convert a PSD or BMP into a PNG, pixel for pixel");
-    kvtool::ImageArgs imageArgs;
-    kvtool::addImageOptions(*image, imageArgs);
+    kvtool::ViewCommands views;
+    kvtool::addViewCommands(app, views);
 
     CLI11_PARSE(app, argc, argv);
-    if (*render) return kvtool::runRender(renderArgs, std::cout, std::cerr);
-    if (*image) return kvtool::runImage(imageArgs, std::cout, std::cerr);
+    if (int status = 0; kvtool::runViewCommand(views, status, std::cout, std::cerr)) return status;
     if (*pose) return kvtool::runPose(poseArgs, std::cout, std::cerr);
     if (*verify) return kvtool::runVerify(verifyArgs, std::cout, std::cerr);
 

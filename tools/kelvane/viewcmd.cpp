@@ -6,6 +6,7 @@
 #include "util/fileio.h"
 
 namespace kvtool {
+namespace {
 
 void addRenderOptions(CLI::App& app, RenderArgs& a) {
     app.add_option("meshes", a.meshes, "OBJ or Vyx meshes, drawn side by side")->required();
@@ -59,6 +60,21 @@ int runImage(const ImageArgs& a, std::ostream& out, std::ostream& err) {
     }
     out << a.output << ": " << r.width << " x " << r.height << (r.channels == 1 ? " gray" : " RGB") << "\n";
     return 0;
+}
+
+}  // namespace
+
+void addViewCommands(CLI::App& app, ViewCommands& v) {
+    v.render = app.add_subcommand("render", "Draw OBJ and Vyx meshes side by side into a PNG");
+    addRenderOptions(*v.render, v.renderArgs);
+    v.image = app.add_subcommand("image", "Convert a PSD or BMP into a PNG, pixel for pixel");
+    addImageOptions(*v.image, v.imageArgs);
+}
+
+bool runViewCommand(const ViewCommands& v, int& status, std::ostream& out, std::ostream& err) {
+    if (*v.render) status = runRender(v.renderArgs, out, err);
+    else if (*v.image) status = runImage(v.imageArgs, out, err);
+    return *v.render || *v.image;
 }
 
 }  // namespace kvtool

@@ -18,12 +18,18 @@ struct ImageArgs {
     std::string input, output;
 };
 
-void addRenderOptions(CLI::App& app, RenderArgs& a);
-// Draws the meshes side by side into a PNG; 0, or 2 when a mesh or the PNG cannot be read or written.
-int runRender(const RenderArgs& a, std::ostream& out, std::ostream& err);
+// The two subcommands on the emulator's command line.
+struct ViewCommands {
+    CLI::App* render = nullptr;
+    CLI::App* image = nullptr;
+    RenderArgs renderArgs;
+    ImageArgs imageArgs;
+};
 
-void addImageOptions(CLI::App& app, ImageArgs& a);
-// Converts a PSD or BMP into a PNG pixel for pixel; 0, or 2 when it cannot.
-int runImage(const ImageArgs& a, std::ostream& out, std::ostream& err);
+void addViewCommands(CLI::App& app, ViewCommands& v);
+
+// Runs the picture subcommand that was given, if any (false when neither was). Its status: 0,
+// or 2 when a file cannot be read or written.
+bool runViewCommand(const ViewCommands& v, int& status, std::ostream& out, std::ostream& err);
 
 }  // namespace kvtool
