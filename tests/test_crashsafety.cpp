@@ -124,13 +124,13 @@ TEST(CrashSafety, FailedAppendLeavesTheOldContent) {
     EXPECT_EQ(readAll(dir / "all.obj"), "v 1 2 3\ng first\nf 1 1 1 \n");
 }
 
-// New files get the usual mode (0666 less the umask), replaced files keep theirs, and a file the
-// process may not write is not replaced behind its back.
+// New files get the usual mode (0666 less the umask), replaced files keep theirs, links stay
+// links, and a file the process may not write is not replaced behind its back.
 TEST(CrashSafety, ReplacementsKeepModesAndRespectUnwritableFiles) {
     TempDir dir;
     const std::string fresh = dir / "fresh", kept = dir / "kept", locked = dir / "locked";
     const mode_t oldMask = ::umask(022);
-    ASSERT_TRUE(kv::replaceFile(fresh.c_str(), "new", 3));
+    ASSERT_TRUE(kv::storeFile(fresh.c_str(), "new", 3));
     ::umask(077);
     ASSERT_TRUE(kv::storeFile((dir / "private").c_str(), "p", 1));
     ::umask(oldMask);
@@ -143,6 +143,18 @@ TEST(CrashSafety, ReplacementsKeepModesAndRespectUnwritableFiles) {
         ASSERT_EQ(::stat(path.c_str(), &st), 0);
         EXPECT_EQ(st.st_mode & 07777, mode) << path;
     }
+    // A link stays a link whose file gets the content; a file in a folder that cannot hold a
+    // sibling is rewritten in place.
+    ASSERT_EQ(::mkdir((dir / "ro").c_str(), 0755), 0);
+    ASSERT_EQ(::symlink("../kept", (dir / "ro/link").c_str()), 0);
+    ASSERT_TRUE(kv::storeFile((dir / "ro/link").c_str(), "linked", 6));
+    struct stat st {};
+    ASSERT_EQ(::lstat((dir / "ro/link").c_str(), &st), 0);
+    EXPECT_TRUE(S_ISLNK(st.st_mode));
+    EXPECT_EQ(readAll(kept), "linked");
+    writeAll(dir / "ro/inplace", "old content, longer");
+    ::chmod((dir / "ro/inplace").c_str(), 0666);
+    ::chmod((dir / "ro").c_str(), 0555);
     // A read-only file: refused for a user without the right to write it (root may write any
     // file, so the check runs as an unprivileged user in a child).
     writeAll(locked, "locked");
@@ -151,11 +163,15 @@ TEST(CrashSafety, ReplacementsKeepModesAndRespectUnwritableFiles) {
     const pid_t pid = ::fork();
     if (pid == 0) {
         if (::getuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0)) ::_exit(10);
-        ::_exit(kv::storeFile(locked.c_str(), "x", 1) || kv::replaceFile(locked.c_str(), "x", 1) ? 1 : 0);
+        if (kv::storeFile(locked.c_str(), "x", 1)) ::_exit(1);
+        ::_exit(kv::storeFile((dir / "ro/inplace").c_str(), "in place", 8) ? 0 : 2);
     }
     int status = -1;
     ASSERT_EQ(::waitpid(pid, &status, 0), pid);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
     EXPECT_EQ(readAll(locked), "locked");
-    EXPECT_EQ(listing(dir.path), "fresh kept locked private ");
+    EXPECT_EQ(readAll(dir / "ro/inplace"), "in place");
+    ::chmod((dir / "ro").c_str(), 0755);
+    EXPECT_EQ(listing(dir.path), "fresh kept locked private ro ");
+    EXPECT_EQ(listing(dir / "ro"), "inplace link ");
 }

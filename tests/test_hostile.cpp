@@ -207,9 +207,11 @@ const std::vector<CutCase> kCutCases = {
          EXPECT_EQ(r.faceIDs, cut >= kMesh.uvAt ? 2 : -1760);
          EXPECT_EQ(r.toOBJ, cut >= kMesh.uvAt ? 0 : -1760);
          EXPECT_EQ(r.rgb, cut >= kMesh.faceAt ? 0 : -1760);
-         EXPECT_TRUE(cut >= kMesh.colourAt ? r.swap == 0 : oneOf(r.swap, {-18, -1760})) << r.swap;
-         EXPECT_TRUE(cut >= kMesh.endAt ? r.tile == 2 : oneOf(r.tile, {-17, 0})) << r.tile;
-         EXPECT_TRUE(cut >= kMesh.endAt ? r.tiles == 2 : oneOf(r.tiles, {-1760, 0})) << r.tiles;
+         // A walk that ends at the end of the file has found nothing; a block whose tag is
+         // there but whose records are cut is a read failure.
+         EXPECT_EQ(r.swap, cut >= kMesh.colourAt ? 0 : cut >= 36 ? -1760 : -18);
+         EXPECT_EQ(r.tile, cut >= kMesh.endAt ? 2 : cut >= kMesh.uvAt + 4 ? -17 : 0);
+         EXPECT_EQ(r.tiles, cut >= kMesh.endAt ? 2 : cut >= kMesh.uvAt + 4 ? -1760 : 0);
      }},
     {"vertex file of a Vyx vertex swap", vertexFile(3),
      [](const Sandbox& box, const std::string& bytes, size_t, bool whole) {
@@ -491,7 +493,7 @@ TEST(Hostile, PathsNoFileCanHaveGiveTheirCodes) {
     for (const std::string& path : {std::string(), box.in + "/" + std::string(300, 'x'), box.in + "/" + std::string(5000, 'y'), missing, box.in}) {
         SCOPED_TRACE(path.substr(0, 80) + " (" + std::to_string(path.size()) + " bytes)");
         for (const auto& c : readers) {
-            if ((c.fn == FileRename || c.fn == FileCopyTo) && path == box.in) continue;  // a folder may be renamed
+            if (c.fn == FileRename && path == box.in) continue;  // a folder may be renamed
             const std::string other = c.fn == SwapVertices ? (c.badIsText ? sound : box.out + "/v.obj") : target;
             EXPECT_EQ(c.badIsText ? callFn(c.fn, path, 16, other) : callFn(c.fn, other, 16, path), c.code);
             std::filesystem::remove(box.out + "/v.obj");  // SwapVertices creates its vertex file first

@@ -87,7 +87,7 @@ TEST(BmpCrop, RefusalsWriteNothing) {
     EXPECT_EQ(cropBMP(nullptr, dst.c_str(), 0, 2), -1760);
     EXPECT_EQ(refused(notBmp, 0, 2), -7);
     EXPECT_EQ(refused(makeBmp(10, 2), 0, 2), -7);                      // height below 3
-    EXPECT_EQ(refused(full.substr(0, full.size() - 120), 0, 2), -7);   // shorter than its header says
+    EXPECT_EQ(refused(full.substr(0, full.size() - 20), 0, 2), -7);    // rows the bytes cannot hold
     EXPECT_EQ(refused(lying.substr(0, full.size() - 120), 0, 2), -7);  // ... even when the size field agrees
     // Rows of 32 bytes: the region may run on into the two unread rows, never past the file.
     EXPECT_EQ(refused(full, 91, 2), -7);
@@ -96,6 +96,13 @@ TEST(BmpCrop, RefusalsWriteNothing) {
     EXPECT_EQ(cropBMP(good.c_str(), (dir / "no/such/folder.bmp").c_str(), 0, 2), -5);
     EXPECT_EQ(cropBMP(good.c_str(), nullptr, 0, 2), -5);
     EXPECT_TRUE(bmpV.empty());
+    putLE(lying, 2, 0xFFFFFFFFu);  // the size field alone is not looked at
+    writeAll(dir / "lying.bmp", lying);
+    EXPECT_EQ(cropBMP((dir / "lying.bmp").c_str(), dst.c_str(), 0, 2), 0);
+    setWidth(2);
+    EXPECT_EQ(callFn(CropBMPfile, good, 1431655766, dir / "wrap.bmp"), -7);  // times 3 is beyond 32 bits (it wraps to 2)
+    EXPECT_FALSE(exists(dir / "wrap.bmp"));
+    setWidth(50);
     EXPECT_EQ(cropBMP(good.c_str(), dst.c_str(), 90, 2), 0);
     EXPECT_EQ(cropBMP(good.c_str(), dst.c_str(), 3 * 3, 4), 0);  // after the failures: its own file only
     EXPECT_EQ(readAll(dst), expectedCrop(10, 8, 3, 4));
@@ -114,10 +121,13 @@ TEST(BmpCrop, RefusalsWriteNothing) {
     writeAll(good, noHeader);
     EXPECT_EQ(cropBMP(good.c_str(), dst.c_str(), 0, 5), 0);
     EXPECT_EQ(readAll(dst).size(), 0u);
-    writeAll(good, makeBmp(3, 6));  // rows of 9 pixel bytes and 3 padding bytes
-    EXPECT_EQ(cropBMP(good.c_str(), dst.c_str(), 0, 5), -7);  // 15 bytes a row: wider than 12
-    EXPECT_EQ(cropBMP(good.c_str(), dst.c_str(), 3, 4), 0);   // 12 bytes from column 1: into the next row
-    EXPECT_EQ(readAll(dst).size(), 54u + 3 * 12);
+    // Rows of 12 bytes: a crop of 15 reads on into the next rows, and into the unread ones.
+    writeAll(good, makeBmp(3, 6));
+    ASSERT_EQ(cropBMP(good.c_str(), dst.c_str(), 0, 5), 0);
+    const std::string wide = readAll(dst);
+    ASSERT_EQ(wide.size(), 54u + 3 * 16);
+    EXPECT_EQ(wide.substr(54, 15), makeBmp(3, 6).substr(54 + 12, 15));
+    EXPECT_EQ(wide.substr(54 + 32, 15), makeBmp(3, 6).substr(54 + 36, 15));
 }
 
 TEST(PsdHeader, CodesAndDataOffset) {
@@ -305,6 +315,13 @@ TEST(PsdHeal, FixedRowsAndColumnsFromTheFirstImage) {
         EXPECT_EQ(readAll(first), bytes);
     }
     writeAll(first, a);
+    for (size_t at : {size_t(30), size_t(34)}) {  // sections reaching past the end: no planes to patch
+        std::string cut = b;
+        cut.replace(at, 4, "\xFF\xFF\xFF\x7F");
+        writeAll(second, cut);
+        EXPECT_EQ(call(HealPSDfiles, first, 0, second), -1) << at;
+        EXPECT_EQ(readAll(first), a);
+    }
     for (size_t cut : {size_t(20), size_t(39), size_t(40 + h * w), a.size() - 2}) {
         writeAll(second, b.substr(0, cut));
         EXPECT_TRUE(oneOf(call(HealPSDfiles, first, 1, second), {-1, -2, -3, -4, -6})) << cut;

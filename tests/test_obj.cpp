@@ -83,19 +83,26 @@ TEST(ObjRules, ScannerAndVertexReaderMatchReferences) {
     }
     std::vector<std::string> texts = {"16777217", "16777219", "-16777217.0", "16777217.00000001", "16777216.99999999",
                                       "0.1", "3.4028235e38", "1e-3", "0.000000000000000000001", "123456789012345678901",
-                                      "+1.5", "-2e1", ".25", "abc"};
+                                      "+1.5", "-2e1", ".25", "abc", "1e-50", "1e-40", "1e39", "-1e39", "-inf", "nan",
+                                      "1.5e", "+.5", "0x1p3", "5.", ".", "1e+", "1e-9999999999999", "1e9999999999999",
+                                      "--1", "+-1", "1.5x", "3.4028236e38", "7E2"};
     for (int round = 0; round < 20000; ++round) {
         char text[64];
         std::snprintf(text, sizeof text, "%s%.*f", rng() % 2 ? "-" : "", int(rng() % 12),
                       double(uint64_t(rng()) * rng() % 100000000000000ull) / std::pow(10.0, 1 + int(rng() % 12)));
         texts.push_back(text);
     }
+    // Vertex lines are read as a standard input stream reads "v x y z".
     for (const std::string& t : texts) {
-        float want = 0;
-        std::istringstream(t) >> want;
-        const vertexS v = obj::parseVertex("v  " + t + "\t" + t + " " + t + "\r");
-        ASSERT_EQ(std::bit_cast<uint32_t>(v.x), std::bit_cast<uint32_t>(want)) << t;
-        ASSERT_EQ(std::bit_cast<uint32_t>(v.z), std::bit_cast<uint32_t>(t == "abc" ? 0.f : want)) << t;
+        const std::string line = "v  " + t + "\t" + t + " " + t + "\r";
+        std::istringstream in(line);
+        std::string word;
+        float want[3] = {0, 0, 0};
+        in >> word >> want[0] >> want[1] >> want[2];
+        const vertexS v = obj::parseVertex(line);
+        ASSERT_EQ((std::array{std::bit_cast<uint32_t>(v.x), std::bit_cast<uint32_t>(v.y), std::bit_cast<uint32_t>(v.z)}),
+                  (std::array{std::bit_cast<uint32_t>(want[0]), std::bit_cast<uint32_t>(want[1]), std::bit_cast<uint32_t>(want[2])}))
+            << line;
     }
 }
 
@@ -404,5 +411,57 @@ TEST(PosingRound, RandomPartsComeBackWhole) {
             EXPECT_NE(readAll(vfile).find("vt 0 0\ng y\nf"), std::string::npos);
         }
     }
+    clearGroupsList();
+}
+
+// The splits scan large inputs on several threads, cut at line ends into chunks: every output
+// must be the one a single scan gives, wherever the chunk borders fall. Random meshes with groups
+// named again, faces before the first group, CR line ends and list records whose ranges overlap,
+// run out early or are empty.
+TEST(ListSplit, ChunkedScansMatchTheSingleScan) {
+    std::mt19937 rng(2024);
+    TempDir dir;
+    auto splitAll = [&](const std::string& mesh, const std::string& out) {
+        std::filesystem::create_directories(out);
+        std::string all;  // the results (a group without faces ends a split with -2), then the files
+        for (KelvaneFn split : {SplitOBJ, SplitOBJtoVyx, ListSplitOBJtoOBJ, ListSplitOBJtoVyx})
+            all += std::to_string(callFn(split, mesh, 0, out + "/")) + " ";
+        for (const auto& e : std::filesystem::directory_iterator(out)) all += e.path().filename().string() + ":" + readAll(e.path()) + "|";
+        std::filesystem::remove_all(out);
+        return all;
+    };
+    for (int round = 0; round < 40; ++round) {
+        std::string mesh;
+        const char* eol = round % 3 ? "\n" : "\r\n";
+        int vertices = 0, faces = 0;
+        for (int line = 0, lines = 50 + int(rng() % 400); line < lines; ++line) {
+            const auto kind = rng() % 10;
+            if (kind < 4) {
+                mesh += "v " + std::to_string(vertices++) + ".5 " + std::to_string(rng() % 100) + " -1" + eol;
+            } else if (kind < 8 && vertices > 0) {
+                mesh += "f";
+                for (int k = 0; k < 3; ++k) mesh += " " + std::to_string(1 + rng() % vertices) + (k ? "/1" : "");
+                mesh += eol;
+                ++faces;
+            } else {
+                mesh += (kind == 8 ? "g G" + std::to_string(rng() % 5) : std::string("# comment")) + eol;
+            }
+        }
+        writeAll(dir / "mesh.obj", mesh);
+        clearGroupsList();
+        for (int r = 0; r < 5; ++r) {
+            groupID g{};
+            std::snprintf(g.name, sizeof g.name, "R%d", r);
+            g.endFace = r == 4 ? faces + 5 : int32_t(rng() % (faces + 2)) - 1;
+            groupsList.push_back(g);
+        }
+        obj::setScanThreads(1, 1);
+        const std::string single = splitAll(dir / "mesh.obj", dir / "one");
+        for (unsigned threads : {2u, 3u, 7u}) {
+            obj::setScanThreads(threads, 1 + rng() % 40);
+            EXPECT_EQ(splitAll(dir / "mesh.obj", dir / "many"), single) << "round " << round << ", " << threads << " threads";
+        }
+    }
+    obj::setScanThreads(0, size_t(8) << 20);
     clearGroupsList();
 }

@@ -112,17 +112,22 @@ TEST(Vyx, ByteReadersAndBlockWalk) {
     VyxBlock found;
     VyxBuilder b;
     b.block(7, 1, "abcd").head(8, 0, 99).vertices({}).uvs({0, 0, 0, 0, 0, 0, 0, 0}).end();
-    ASSERT_EQ(findVyxBlock(bufferOf(b.bytes), kVyxVertexTag, found), VyxWalk::found);
+    ASSERT_TRUE(findVyxBlock(bufferOf(b.bytes), kVyxVertexTag, found));
     EXPECT_EQ(found.at, 32u + 20 + 16);
     EXPECT_EQ(found.length, 16u);
-    ASSERT_EQ(findVyxBlock(bufferOf(b.bytes), kVyxUVTag, found), VyxWalk::found);
+    ASSERT_TRUE(findVyxBlock(bufferOf(b.bytes), kVyxUVTag, found));
     EXPECT_EQ(found.at, 32u + 20 + 16 + 16);
     EXPECT_TRUE(vyxRecordsFit(bufferOf(b.bytes), found, 32));
-    EXPECT_EQ(findVyxBlock(bufferOf(b.bytes), kVyxFaceTag, found), VyxWalk::missing);
+    // A walk that runs off the end has found nothing: the end block, a file no longer than its
+    // header, an unwanted head cut short, a length stepping past the end.
     VyxBuilder past;
     past.head(7, 1000, 0).end();
-    for (const std::string& bad : {std::string(31, 'h'), b.bytes.substr(0, b.bytes.size() - 5), past.bytes})
-        EXPECT_EQ(findVyxBlock(bufferOf(bad), kVyxFaceTag, found), VyxWalk::malformed) << bad.size();
+    for (const std::string& bad : {b.bytes, std::string(32, 'h'), std::string(31, 'h'), std::string(), b.bytes.substr(0, 42), past.bytes})
+        EXPECT_FALSE(findVyxBlock(bufferOf(bad), kVyxFaceTag, found)) << bad.size();
+    // A wanted head cut short is found, but its records do not fit.
+    const std::string cutHead = b.bytes.substr(0, 32 + 20 + 16 + 16 + 6);
+    ASSERT_TRUE(findVyxBlock(bufferOf(cutHead), kVyxUVTag, found));
+    EXPECT_FALSE(vyxRecordsFit(bufferOf(cutHead), found, 32));
 }
 
 TEST(Vyx, ConversionWritesExactTextInFaceRuns) {
@@ -225,6 +230,17 @@ TEST(Vyx, ConversionErrorsKeepTheRuns) {
     EXPECT_EQ(readAll(obj), "# File exported by Vandor plugin\n#Vertex count 3\n#Face count 0\n" + vertexLines);
     EXPECT_EQ(callFn(vyxtoOBJ, noFaces.save(dir / "c.Vyx"), 0, obj), 25001.0f);
     EXPECT_EQ(readAll(obj), "# File exported by Vandor plugin\n#Vertex count 3\n#Face count 1\n" + vertexLines + kSmallColourText);
+    // The end block right after the vertices: its count is the face count, its tag the result.
+    VyxBuilder onlyVertices;
+    onlyVertices.vertices(kSmallVertices).end();
+    EXPECT_EQ(callFn(vyxtoOBJ, onlyVertices.save(dir / "d.Vyx"), 0, obj), 0.0f);
+    EXPECT_EQ(readAll(obj), "# File exported by Vandor plugin\n#Vertex count 3\n#Face count 0\n" + vertexLines);
+    // A first block of tag 0 is the result 0 and nothing is written; its count is never taken
+    // for vertices.
+    std::remove(obj.c_str());
+    writeAll(dir / "e.Vyx", std::string(32, 'H') + be32(0) + be32(0) + be32(0x484848) + be32(0));
+    EXPECT_EQ(callFn(vyxtoOBJ, dir / "e.Vyx", 0, obj), 0);
+    EXPECT_FALSE(exists(obj));
     EXPECT_EQ(faceID, std::vector<uint32_t>{3});  // every failure keeps the runs
     faceID.clear();
 }
