@@ -5,14 +5,14 @@
 
 #include <cstring>
 
-#include "kelvane/Kelvane4.h"
+#include "util/exportdata.h"
 #include "util/bytes.h"
 #include "util/fileio.h"
 
 extern "C" {
-KV_API std::vector<char> bmpV;
-KV_API BMPHeader bmpHdr = {};
-KV_API uint32_t offset = 0;
+KV_DATA std::vector<char> bmpV;
+KV_DATA BMPHeader bmpHdr = {};
+KV_DATA uint32_t offset = 0;
 }
 
 uint32_t readUnsigned(size_t at) { return kv::getU32LE(bmpV.data() + at); }

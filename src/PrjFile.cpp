@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "FileOps.h"
-#include "Kelvane4Priv.h"
+#include "FrameState.h"
 #include "util/bytes.h"
 #include "util/fileio.h"
 

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <string>
 
-#include "kelvane/Kelvane4.h"
+#include "util/exportdata.h"
 #include "util/bytes.h"
 #include "util/convert.h"
 #include "util/fileio.h"
@@ -16,9 +16,9 @@
 #include <stb/stb_image_resize.h>  // implementation compiled in stb_image_resize_impl.cpp
 
 extern "C" {
-KV_API std::vector<char> img;
-KV_API int32_t offst = 0;
-KV_API PSDHeader fHeader = {};
+KV_DATA std::vector<char> img;
+KV_DATA int32_t offst = 0;
+KV_DATA PSDHeader fHeader = {};
 }
 
 uint16_t readShort(size_t at) { return kv::getU16LE(img.data() + at); }

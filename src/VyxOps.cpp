@@ -14,7 +14,7 @@
 #include <string_view>
 
 #include "FileOps.h"
-#include "kelvane/Kelvane4.h"
+#include "util/exportdata.h"
 #include "util/blockwriter.h"
 #include "util/bytes.h"
 #include "util/convert.h"
@@ -23,8 +23,8 @@
 #include "util/numtext.h"
 
 extern "C" {
-KV_API std::vector<uint32_t> faceID;
-KV_API std::vector<std::string> UVTileStr;
+KV_DATA std::vector<uint32_t> faceID;
+KV_DATA std::vector<std::string> UVTileStr;
 }
 
 namespace {
@@ -357,7 +357,7 @@ UV_tile tileOfUV(float u, float v) {
     return tile;
 }
 
-float GetUVTile(const char* vyxPath, char* lastName) {
+float countUVTiles(const char* vyxPath, char* lastName) {
     std::vector<char> buf;
     if (!kv::readFile(vyxPath, buf)) return -17;
     VyxBlock uvs;
@@ -369,7 +369,7 @@ float GetUVTile(const char* vyxPath, char* lastName) {
     return kv::fromUint(static_cast<uint32_t>(tiles.size()));
 }
 
-float GetUVsFromVyx(const char* vyxPath) {
+float splitUVTiles(const char* vyxPath) {
     UVTileStr.clear();
     std::vector<char> buf;
     if (!kv::readFile(vyxPath, buf)) return -1760;
@@ -412,9 +412,9 @@ float GetUVsFromVyx(const char* vyxPath) {
     return kv::fromInt(i);
 }
 
-void getUVTileString(int32_t index, char* out) {
+void copyUVTileName(int32_t index, char* out) {
     if (!out || index < 0 || static_cast<size_t>(index) >= UVTileStr.size()) return;
     std::strcpy(out, UVTileStr[static_cast<size_t>(index)].c_str());
 }
 
-void clearUVTileString() { UVTileStr.clear(); }
+void clearUVTileNames() { UVTileStr.clear(); }

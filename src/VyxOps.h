@@ -74,13 +74,13 @@ UV_tile tileOfUV(float u, float v);
 
 // The tiles used by the faces of vyxPath (by each face's first corner); the name of the last
 // face's tile goes to lastName when there are faces. The number of tiles; -17 unreadable.
-float GetUVTile(const char* vyxPath, char* lastName);
+float countUVTiles(const char* vyxPath, char* lastName);
 
 // Writes one Vyx file per tile, named from the path without extension, the tile's position and
 // ".Vyx", and lists their names in UVTileStr. The number written; -1760; 1501 + i when file i
 // cannot be written.
-float GetUVsFromVyx(const char* vyxPath);
+float splitUVTiles(const char* vyxPath);
 
 // Copies entry index of UVTileStr to out; nothing when there is no such entry.
-void getUVTileString(int32_t index, char* out);
-void clearUVTileString();
+void copyUVTileName(int32_t index, char* out);
+void clearUVTileNames();

@@ -11,16 +11,17 @@
 
 #include "FileOps.h"
 #include "util/bytes.h"
+#include "util/exportdata.h"
 #include "util/fileio.h"
 #include "util/mapfile.h"
 #include "util/text.h"
 
 // Module state (exported data symbols).
 extern "C" {
-KV_API std::vector<groupID> groupsList;
-KV_API int32_t faceIndex = 0;
-KV_API std::map<std::string, int32_t> groupFacesList;
-KV_API std::set<std::string> nameSet;
+KV_DATA std::vector<groupID> groupsList;
+KV_DATA int32_t faceIndex = 0;
+KV_DATA std::map<std::string, int32_t> groupFacesList;
+KV_DATA std::set<std::string> nameSet;
 }
 
 namespace {
