@@ -353,7 +353,7 @@ UV_tile tileOfUV(float u, float v) {
     if (v < 0) v -= 1.0f;
     tile.u = kv::toInt(u);
     tile.v = kv::toInt(v);
-    tile.name = std::to_string(tile.u) + std::to_string(tile.v);
+    tile.name = kv::decimal(tile.u) + kv::decimal(tile.v);
     return tile;
 }
 
@@ -397,7 +397,7 @@ float splitUVTiles(const char* vyxPath) {
     const std::string base = FileNameExtract(vyxPath, 3);
     int32_t i = 0;
     for (const UV_tile& tile : tiles) {
-        const std::string name = base + std::to_string(i) + ".Vyx";
+        const std::string name = base + kv::decimal(i) + ".Vyx";
         char* o = out.data() + prefix;
         for (const Corner& k : corners) {
             const bool inside = k.u == tile.u && k.v == tile.v;  // else the corner lies outside this tile

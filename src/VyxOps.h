@@ -9,17 +9,14 @@
 #include <string>
 #include <vector>
 
+#include "util/vyxtags.h"
+
 // Module state (exported data symbols).
 extern "C" {
 extern std::vector<uint32_t> faceID;        // run lengths: faces of the subdivided mesh per base face
 extern std::vector<std::string> UVTileStr;  // file names written by the last UV-tile split, in tile order
 }
 
-// Block tags.
-constexpr uint32_t kVyxVertexTag = 10001;
-constexpr uint32_t kVyxFaceTag = 20001;
-constexpr uint32_t kVyxUVTag = 25001;
-constexpr uint32_t kVyxColourTag = 35001;
 
 // Big-endian readers; each argument contributes its low 8 bits, a first.
 uint32_t readUnInt(char a, char b, char c, char d);
