@@ -82,6 +82,47 @@ struct DecadeTable {
 };
 inline constexpr DecadeTable kDecades{};
 
+// Writes q (six digits, 100000 <= q < 1000000) as the significant digits of a value with
+// decimal exponent x (-20 <= x <= 5) in the "%g" form; returns the end.
+inline char* putSixDigits(char* p, uint64_t q, int x) {
+    // Six digits d0..d5, held in a register (byte i = digit i), stored with whole-word copies;
+    // the trailing zeros are dropped (at most five: q >= 100000).
+    const uint64_t digits = detail::sixDigitsPacked(static_cast<uint32_t>(q));
+    const int len = 6 - std::countl_zero((digits ^ 0x303030303030u) << 16) / 8;
+    if (x >= 0) {
+        // Fixed form, 1 to 6 integer digits (x <= 5 here). Bytes stored past the end are
+        // overwritten or left beyond the returned end.
+        const int intDigits = x + 1;
+        detail::store8(p, digits);
+        p += intDigits;
+        if (len > intDigits) {
+            *p = '.';
+            detail::store8(p + 1, digits >> (8 * intDigits));
+            p += 1 + len - intDigits;
+        }
+        return p;
+    }
+    if (x >= -4) {
+        // Fixed form below 1: "0." then -x-1 zeros, then the digits.
+        std::memcpy(p, "0.000000", 8);
+        p += 1 - x;
+        detail::store8(p, digits);
+        return p + len;
+    }
+    char text[8];
+    detail::store8(text, digits);
+    // Exponent form: d0[.d1...]e-XX (x <= -5 here, two exponent digits).
+    *p++ = text[0];
+    if (len > 1) {
+        *p++ = '.';
+        for (int i = 1; i < len; ++i) *p++ = text[i];
+    }
+    *p++ = 'e';
+    *p++ = '-';
+    detail::putDigits(p, static_cast<uint32_t>(-x), 2);
+    return p + 2;
+}
+
 }  // namespace detail
 
 // Writes f, widened to double, in printf's "%g" form (6 significant digits, fixed or exponent
@@ -131,42 +172,7 @@ char* putG(char* p, float f) {
             return std::to_chars(p, p + 16, static_cast<double>(f), std::chars_format::general, 6).ptr;
     }
     if (bits >> 31) *p++ = '-';
-    // Six digits d0..d5, held in a register (byte i = digit i), stored with whole-word copies;
-    // the trailing zeros are dropped (at most five: q >= 100000).
-    const uint64_t digits = detail::sixDigitsPacked(static_cast<uint32_t>(q));
-    const int len = 6 - std::countl_zero((digits ^ 0x303030303030u) << 16) / 8;
-    if (x >= 0) {
-        // Fixed form, 1 to 6 integer digits (x <= 5 here). Bytes stored past the end are
-        // overwritten or left beyond the returned end.
-        const int intDigits = x + 1;
-        detail::store8(p, digits);
-        p += intDigits;
-        if (len > intDigits) {
-            *p = '.';
-            detail::store8(p + 1, digits >> (8 * intDigits));
-            p += 1 + len - intDigits;
-        }
-        return p;
-    }
-    if (x >= -4) {
-        // Fixed form below 1: "0." then -x-1 zeros, then the digits.
-        std::memcpy(p, "0.000000", 8);
-        p += 1 - x;
-        detail::store8(p, digits);
-        return p + len;
-    }
-    char text[8];
-    detail::store8(text, digits);
-    // Exponent form: d0[.d1...]e-XX (x <= -5 here, two exponent digits).
-    *p++ = text[0];
-    if (len > 1) {
-        *p++ = '.';
-        for (int i = 1; i < len; ++i) *p++ = text[i];
-    }
-    *p++ = 'e';
-    *p++ = '-';
-    detail::putDigits(p, static_cast<uint32_t>(-x), 2);
-    return p + 2;
+    return detail::putSixDigits(p, q, x);
 }
 
 std::string decimal(int64_t v) {
