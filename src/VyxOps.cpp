@@ -21,6 +21,7 @@
 #include "util/fileio.h"
 #include "util/mapfile.h"
 #include "util/numtext.h"
+#include "util/parallel.h"
 
 extern "C" {
 KV_DATA std::vector<uint32_t> faceID;
@@ -186,6 +187,29 @@ float readLayout(std::span<const char> buf, MeshLayout& m) {
     return 0;
 }
 
+// Writes lines 0 to count - 1 in order, line i formatted by format(out, i) (at most maxBytes;
+// it returns the line's end). Batches of lines are formatted on every core into buffers of their
+// own, then written one after another: a few megabytes are held at a time.
+template <typename Format>
+void putInParallel(kv::BlockWriter& w, uint32_t count, size_t maxBytes, Format format) {
+    constexpr uint32_t kBatch = 1u << 15;
+    const unsigned threads = count > kBatch ? kv::workerThreads() : 1;
+    std::vector<std::vector<char>> buffers(threads, std::vector<char>(kBatch * maxBytes));
+    std::vector<size_t> used(threads);
+    for (uint32_t first = 0; first < count;) {
+        const uint32_t start = first;
+        kv::runInParallel(threads, [&](size_t t) {
+            const uint32_t from = start + std::min(count - start, uint32_t(t) * kBatch);
+            const uint32_t to = from + std::min(count - from, kBatch);
+            char* out = buffers[t].data();
+            for (uint32_t i = from; i < to; ++i) out = format(out, i);
+            used[t] = static_cast<size_t>(out - buffers[t].data());
+        });
+        for (unsigned t = 0; t < threads; ++t) w.put({buffers[t].data(), used[t]});
+        first = start + std::min(count - start, threads * kBatch);
+    }
+}
+
 void putHeaderAndVertices(kv::BlockWriter& w, const char* d, const MeshLayout& m) {
     char* p = w.room(128);
     p = copyText(p, "# File exported by Vandor plugin\n#Vertex count ");
@@ -194,17 +218,17 @@ void putHeaderAndVertices(kv::BlockWriter& w, const char* d, const MeshLayout& m
     p = kv::putInt(p, m.faceCount);
     *p++ = '\n';
     w.advance(p);
-    const char* v = d + m.vertices.at + kHeadSize;
-    for (uint32_t i = 0; i < m.vertices.count; ++i, v += 12) {
-        p = w.room(64);
-        *p++ = 'v';
+    const char* records = d + m.vertices.at + kHeadSize;
+    putInParallel(w, m.vertices.count, 64, [records](char* out, uint32_t i) {
+        const char* v = records + size_t(12) * i;
+        *out++ = 'v';
         for (int c = 0; c < 3; ++c) {
-            *p++ = ' ';
-            p = kv::putG(p, kv::getF32BE(v + 4 * c));
+            *out++ = ' ';
+            out = kv::putG(out, kv::getF32BE(v + 4 * c));
         }
-        *p++ = '\n';
-        w.advance(p);
-    }
+        *out++ = '\n';
+        return out;
+    });
 }
 
 // One face line: three 1-based corners each followed by a blank, then the fourth when positive.
