@@ -48,7 +48,8 @@ class KelvaneError(Exception):
     """An export failed: `export` returned `code`, which means `meaning`."""
 
     def __init__(self, export, code, meaning_text=None):
-        self.export, self.code = export, code
+        self.export = export
+        self.code = int(code) if float(code).is_integer() else code
         self.meaning = meaning(export, code) if meaning_text is None else meaning_text
         text = f"{export} -> {code:g}"
         super().__init__(f"{text} ({self.meaning})" if self.meaning else text)
