@@ -43,7 +43,7 @@ Scratch& scratch() {
 const char* writeInput(const uint8_t* data, size_t size, const char* name) {
     Scratch& s = scratch();
     s.input = s.dir + "/" + name;
-    KV_FUZZ_CHECK(kv::writeFile(s.input.c_str(), data, size));
+    KV_FUZZ_CHECK(kv::storeFile(s.input.c_str(), data, size));
     return s.input.c_str();
 }
 
@@ -103,7 +103,7 @@ bool anyName(const char*) { return true; }
 
 std::string writeOutInput(const uint8_t* data, size_t size, const char* name) {
     std::string path = scratch().out + "/" + name;
-    KV_FUZZ_CHECK(kv::writeFile(path.c_str(), data, size));
+    KV_FUZZ_CHECK(kv::storeFile(path.c_str(), data, size));
     return path;
 }
 

@@ -23,7 +23,7 @@ float call(KelvaneFn fn, const char* text, double number = 0, const char* mem1 =
 }
 
 void put(const fs::path& path, const std::vector<char>& bytes) {
-    if (!kv::writeFile(path.c_str(), bytes.data(), bytes.size())) throw std::runtime_error("cannot write " + path.string());
+    if (!kv::storeFile(path.c_str(), bytes.data(), bytes.size())) throw std::runtime_error("cannot write " + path.string());
 }
 
 std::vector<char> words(std::initializer_list<uint32_t> ws) {

@@ -57,29 +57,41 @@ struct EmptyBmpV {
 
 }  // namespace
 
-float cropBMP(const char* source, const char* destination, int startByte, int width) {
+namespace {
+
+// The crop's region checks, every position in 64 bits. Refused (false): a start column or width
+// whose byte position does not fit 32 bits, a header whose rows the file's bytes cannot hold, a
+// region that reads outside the pixel bytes actually in the file, and an output of more than four
+// times those bytes (rows of 0 bytes read the same bytes again for every row).
+bool regionFits(int64_t startByte, int width, int64_t& start, int64_t& dataSize) {
+    const int64_t fileLength = static_cast<int64_t>(bmpV.size()) - 1;  // without the repeated byte
+    const int64_t dataOffset = bmpHdr.dataOffset;
+    const int64_t rowSize = bmpHdr.rowSize;
+    const int64_t rowBytes = int64_t{width} * 3;
+    if (startByte < INT32_MIN || startByte > INT32_MAX || width < 0 || rowBytes > INT32_MAX) return false;
+    if (dataOffset > fileLength || bmpHdr.width < 0 || rowSize < 0 || bmpHdr.height < 3) return false;
+    const int64_t pixelBytes = fileLength - dataOffset;
+    if (int64_t{bmpHdr.height} * rowSize > pixelBytes) return false;
+    const int64_t newHeight = int64_t{bmpHdr.height} - 3;
+    start = dataOffset + rowSize + startByte;  // the first stored row is skipped
+    if (start < dataOffset || start + (newHeight - 1) * rowSize + rowBytes > fileLength) return false;
+    dataSize = newHeight * (rowBytes + getPadding(width));
+    return dataSize <= 4 * pixelBytes && dataOffset + dataSize <= int64_t{UINT32_MAX};
+}
+
+}  // namespace
+
+float cropBMP(const char* source, const char* destination, int64_t startByte, int width) {
     EmptyBmpV emptied;
     if (!source || !kv::readFileRepeatLast(source, bmpV)) return -1760;
     if (readBMPHeader() != 0) return -7;
-
-    // Every byte the crop reads must lie in the file itself, within its pixel data.
-    const int64_t fileLength = static_cast<int64_t>(bmpV.size()) - 1;
+    int64_t start = 0, dataSize = 0;
+    if (!regionFits(startByte, width, start, dataSize)) return -7;
     const int64_t dataOffset = bmpHdr.dataOffset;
     const int64_t rowSize = bmpHdr.rowSize;
-    if (bmpHdr.fileSize > fileLength || dataOffset > fileLength || bmpHdr.width < 0 || rowSize < 0 ||
-        bmpHdr.height < 3 || width < 0)
-        return -7;
-    // A crop wider than a stored row would copy the same bytes into many rows: from a tiny file
-    // with rows of 0 bytes and a huge height, gigabytes.
-    if (int64_t{width} * 3 > rowSize) return -7;
     const int64_t newHeight = int64_t{bmpHdr.height} - 3;
     const int64_t rowBytes = int64_t{width} * 3;
-    const int64_t start = dataOffset + rowSize + startByte;  // the first stored row is skipped
-    if (start < dataOffset) return -7;
-    if (newHeight > 0 && start + (newHeight - 1) * rowSize + rowBytes > fileLength) return -7;
     const int newPadding = getPadding(width);
-    const int64_t dataSize = newHeight * (rowBytes + newPadding);
-    if (dataOffset + dataSize > int64_t{UINT32_MAX}) return -7;
 
     writeUnsignedInt(2, static_cast<uint32_t>(dataOffset + dataSize));
     writeSignedInt(18, width);
@@ -88,7 +100,6 @@ float cropBMP(const char* source, const char* destination, int startByte, int wi
 
     std::vector<char> out(static_cast<size_t>(dataOffset + dataSize), '\0');
     if (dataOffset > 0) std::memcpy(out.data(), bmpV.data(), static_cast<size_t>(dataOffset));
-    const int64_t position = start + newHeight * rowSize;  // where the next row would start
     if (rowBytes > 0) {  // rows of no bytes copy nothing, however many there are
         char* to = out.data() + dataOffset;
         for (int64_t row = 0, from = start; row < newHeight; ++row, from += rowSize) {
@@ -96,7 +107,7 @@ float cropBMP(const char* source, const char* destination, int startByte, int wi
             to += rowBytes + newPadding;  // the padding bytes are already zero
         }
     }
-    offset = static_cast<uint32_t>(position);
+    offset = static_cast<uint32_t>(start + newHeight * rowSize);  // where the next row would start
     if (!destination || !kv::storeFile(destination, out.data(), out.size())) return -5;
     return 0;
 }

@@ -40,8 +40,9 @@ int getPadding(int width);
 int readBMPHeader();
 
 // Copies width pixels from byte startByte of every row but the first stored one and the last
-// two into a new BMP at destination. 0; -1760 source cannot be opened; -7 not a BMP, height below
-// 3, a crop wider than a stored row, or a region outside the file's pixel data (nothing written);
-// -5 destination cannot be created.
-// bmpV is empty afterwards on every path.
-float cropBMP(const char* source, const char* destination, int startByte, int width);
+// two into a new BMP at destination; a region wider than a stored row reads on into the next
+// rows. 0; -1760 source cannot be opened; -7 (nothing written): not a BMP, height below 3, a
+// start byte or width whose byte position does not fit 32 bits, rows the file's bytes cannot
+// hold, a region reading outside the pixel bytes in the file, or an output of more than four
+// times those bytes; -5 destination cannot be created. bmpV is empty afterwards on every path.
+float cropBMP(const char* source, const char* destination, int64_t startByte, int width);

@@ -294,9 +294,8 @@ KV_EXPORT(OpenPrjFile, -17) {
 // destination that cannot be created).
 
 KV_EXPORT(CropBMPfile, -1760) {
-    // The start column becomes a byte position in 32-bit arithmetic; the crop refuses wild ones.
-    const auto startByte = static_cast<int32_t>(static_cast<uint32_t>(toInt(number)) * 3u);
-    return cropBMP(text, memBlock1, startByte, toInt(imgW));
+    // The start column becomes a byte position in 64 bits; the crop refuses one beyond 32 bits.
+    return cropBMP(text, memBlock1, int64_t{toInt(number)} * 3, toInt(imgW));
 }
 
 KV_EXPORT(MakeStencilPSD, -1) { return convertPSD(text, colIn, toSingle(number), true); }
@@ -372,8 +371,10 @@ int fileCopyTo(const char* source, const char* destination) {
         }
     }
     delete[] buffer;
+    if (std::ferror(in)) result = -1;  // a read that failed is no end of the file
     std::fclose(in);
     if (std::fclose(out) != 0) result = -1;
+    if (result != 0) std::remove(destination);  // a cut copy is worse than none
     return result;
 }
 

@@ -89,7 +89,10 @@ float readPSDHeader() {
     if (length < 6) return -1;
     fHeader.version = static_cast<int16_t>(readShort(4));
     if (fHeader.version != 1) return -2;
-    if (length < 34) return -1;
+    if (length < 34) {
+        offst = -1;  // no sections, no data offset
+        return -1;
+    }
     fHeader.channels = readShort(12);
     fHeader.rows = readLong(14);
     fHeader.columns = readLong(18);
@@ -98,11 +101,15 @@ float readPSDHeader() {
     fHeader.colourModeLength = readLong(26);
     if (fHeader.colourModeLength != 0) return -3;
     fHeader.resourcesLength = readLong(30);
+    // A section reaching past the file leaves no data offset: offst is then -1, which no plane
+    // access accepts (the heal, which ignores the second file's code, relies on it).
     uint64_t at = 34 + uint64_t{fHeader.resourcesLength};
+    offst = -1;
     if (at + 4 > limit) return -1;
     offst = static_cast<int32_t>(at);
     fHeader.layerLength = readLong(at);
     at += 4 + uint64_t{fHeader.layerLength};
+    offst = -1;
     if (at + 2 > limit) return -1;
     offst = static_cast<int32_t>(at);
     fHeader.compression = readShort(at);
@@ -130,7 +137,7 @@ float convertPSD(const char* path, float oldColour, float newColour, bool stenci
         planes.plane[1][k] = static_cast<unsigned char>(to.g);
         planes.plane[2][k] = static_cast<unsigned char>(to.b);
     }
-    return path && kv::replaceFile(path, img.data(), img.size()) ? 0 : -5;
+    return path && kv::storeFile(path, img.data(), img.size()) ? 0 : -5;
 }
 
 float GrayscalePSD(const char* source, const char* destination, int level) {
@@ -173,7 +180,7 @@ float mergePSD(const char* first, const char* second, float keyColour) {
         if (isColour(top, k, key)) continue;  // transparent: the second image shows
         for (int p = 0; p < 3; ++p) out.plane[p][k] = top.plane[p][k];
     }
-    return kv::replaceFile(first, img.data(), img.size()) ? 0 : -5;
+    return kv::storeFile(first, img.data(), img.size()) ? 0 : -5;
 }
 
 float mergeSeamlessPSD(const char* first, const char* second, bool columns) {
@@ -203,7 +210,7 @@ float mergeSeamlessPSD(const char* first, const char* second, bool columns) {
             copyRun(source, r, 48, out, r, w - 2, 2);  // right edge from columns 48, 49
         }
     }
-    return kv::replaceFile(first, img.data(), img.size()) ? 0 : -5;
+    return kv::storeFile(first, img.data(), img.size()) ? 0 : -5;
 }
 
 namespace {

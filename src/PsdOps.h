@@ -43,7 +43,8 @@ void writeLong(size_t at, uint32_t value);
 bool loadPSD(const char* path);
 
 // Parses the header of img into fHeader and sets offst to the image data. 0; -1 wrong signature
-// or a file too short for its sections; -2 version not 1; -3 colour-mode data; -4 compressed data.
+// or a file too short for its sections (offst is then -1: there is no data offset); -2 version
+// not 1; -3 colour-mode data; -4 compressed data.
 float readPSDHeader();
 
 // True when the file in img holds the three planes fHeader declares, from offst on.

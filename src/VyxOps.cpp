@@ -73,21 +73,22 @@ int32_t readanInt(char a) { return static_cast<int32_t>(readUnInt(a, 0, 0, 0)); 
 
 // ---- Block walk ------------------------------------------------------------------------------
 
-VyxWalk findVyxBlock(std::span<const char> buf, uint32_t tag, VyxBlock& out) {
-    if (buf.size() < kHeaderSize) return VyxWalk::malformed;
-    size_t at = kHeaderSize;
-    while (at < buf.size()) {
-        if (!headFits(buf, at)) return VyxWalk::malformed;
+bool findVyxBlock(std::span<const char> buf, uint32_t tag, VyxBlock& out) {
+    for (size_t at = kHeaderSize; at < buf.size();) {
+        if (!headFits(buf, at)) {
+            // A cut head: only its tag, when all four bytes of it are there, can be the one sought.
+            if (buf.size() - at < 4 || kv::getU32BE(buf.data() + at) != tag) return false;
+            out = VyxBlock{at, tag, 0, 0};
+            return true;
+        }
         const VyxBlock block = headAt(buf, at);
         if (block.tag == tag) {
             out = block;
-            return VyxWalk::found;
+            return true;
         }
-        const size_t step = stepOf(block);
-        if (step > buf.size() - at) return VyxWalk::malformed;
-        at += step;
+        at += stepOf(block);  // at most 2^32 past an offset below the size: no wrap
     }
-    return VyxWalk::missing;
+    return false;
 }
 
 bool vyxRecordsFit(std::span<const char> buf, const VyxBlock& block, size_t recordSize) {
@@ -152,6 +153,101 @@ void putRGBBlock(kv::BlockWriter& w, const char* entries, uint32_t n) {
 // The 1-based index of a face corner: the s32 value plus one, wrapping as 32-bit arithmetic.
 int32_t oneBased(const char* p) { return static_cast<int32_t>(kv::getU32BE(p) + 1u); }
 
+// Where a conversion finds its blocks: the vertex block at 32, the colour block after it and the
+// face block after that, found by the lengths alone. The face count is read where the second
+// block's length points, without a look at the tag (so an end block there gives 0).
+struct MeshLayout {
+    VyxBlock vertices, second, third;
+    int32_t faceCount = 0;
+    size_t faceEnd = 0;  // the end of the face block's records, when third is a face block
+};
+
+// Reads the layout and checks that everything the output will read lies in the file, before
+// anything is written. 0, -1760, or the first block's tag when it is not a vertex block.
+float readLayout(std::span<const char> buf, MeshLayout& m) {
+    if (!headFits(buf, kHeaderSize)) return -1760;
+    m.vertices = headAt(buf, kHeaderSize);
+    if (m.vertices.tag != kVyxVertexTag) return static_cast<float>(m.vertices.tag);
+    if (!vyxRecordsFit(buf, m.vertices, 12)) return -1760;
+    const size_t secondAt = m.vertices.at + stepOf(m.vertices);
+    if (!headFits(buf, secondAt)) return -1760;
+    m.second = headAt(buf, secondAt);
+    const size_t countAt = secondAt + m.second.length;
+    if (!headFits(buf, countAt)) return -1760;
+    m.faceCount = static_cast<int32_t>(headAt(buf, countAt).count);
+    if (m.second.tag != kVyxColourTag) return 0;
+    if (!vyxRecordsFit(buf, m.second, 4)) return -1760;
+    const size_t thirdAt = secondAt + stepOf(m.second);
+    if (!headFits(buf, thirdAt)) return -1760;
+    m.third = headAt(buf, thirdAt);
+    // A face block shorter than its head holds no records (its end is not before them).
+    m.faceEnd = thirdAt + std::max(stepOf(m.third), kHeadSize);
+    if (m.third.tag == kVyxFaceTag && m.faceEnd > buf.size()) return -1760;
+    return 0;
+}
+
+void putHeaderAndVertices(kv::BlockWriter& w, const char* d, const MeshLayout& m) {
+    char* p = w.room(128);
+    p = copyText(p, "# File exported by Vandor plugin\n#Vertex count ");
+    p = kv::putUint(p, m.vertices.count);
+    p = copyText(p, "\n#Face count ");
+    p = kv::putInt(p, m.faceCount);
+    *p++ = '\n';
+    w.advance(p);
+    const char* v = d + m.vertices.at + kHeadSize;
+    for (uint32_t i = 0; i < m.vertices.count; ++i, v += 12) {
+        p = w.room(64);
+        *p++ = 'v';
+        for (int c = 0; c < 3; ++c) {
+            *p++ = ' ';
+            p = kv::putG(p, kv::getF32BE(v + 4 * c));
+        }
+        *p++ = '\n';
+        w.advance(p);
+    }
+}
+
+// One face line: three 1-based corners each followed by a blank, then the fourth when positive.
+char* putFace(char* p, const char* f) {
+    *p++ = 'f';
+    *p++ = ' ';
+    for (int c = 0; c < 3; ++c) {
+        p = kv::putInt(p, oneBased(f + 4 * c));
+        *p++ = ' ';
+    }
+    const int32_t fourth = oneBased(f + 12);
+    if (fourth > 0) p = kv::putInt(p, fourth);
+    *p++ = '\n';
+    return p;
+}
+
+// Faces in the runs of faceID: a run starts only when a whole face record is left before the
+// end of the block, and stops there.
+void putFaceRuns(kv::BlockWriter& w, const char* d, const MeshLayout& m) {
+    size_t at = m.third.at + kHeadSize;
+    for (size_t run = 0; run < faceID.size() && m.faceEnd - at >= 16; ++run) {
+        char* p = w.room(32);
+        p = copyText(p, "#FaceID ");
+        p = kv::putUint(p, static_cast<uint32_t>(run + 1));  // runs are no more than faces
+        *p++ = '\n';
+        w.advance(p);
+        for (uint32_t k = 0; k < faceID[run] && m.faceEnd - at >= 16; ++k, at += 16)
+            w.advance(putFace(w.room(64), d + at));
+    }
+}
+
+// Writes the colour block and the face runs after the vertex lines, as far as the blocks are in
+// their places. False, with the tag found out of place, when a block is not.
+bool putColoursAndFaces(kv::BlockWriter& w, const char* d, const MeshLayout& m, uint32_t& misplaced) {
+    misplaced = m.second.tag;
+    if (m.second.tag != kVyxColourTag) return false;
+    putRGBBlock(w, d + m.second.at + kHeadSize, m.second.count);
+    misplaced = m.third.tag;
+    if (m.third.tag != kVyxFaceTag) return false;
+    putFaceRuns(w, d, m);
+    return true;
+}
+
 }  // namespace
 
 float writeOBJfromVyx(const char* vyxPath, char* objOutPath) {
@@ -159,83 +255,16 @@ float writeOBJfromVyx(const char* vyxPath, char* objOutPath) {
     kv::MappedFile file;  // a mesh of millions of vertices: mapped, not copied
     if (!file.open(vyxPath)) return -1760;
     const std::span<const char> buf(file.data(), file.size());
-    if (!headFits(buf, kHeaderSize)) return -1760;
-    // The vertex block comes first, the colour block second, the face block third; the second
-    // and third are found by the lengths alone, their tags are looked at only when reached.
-    const VyxBlock vertices = headAt(buf, kHeaderSize);
-    if (vertices.tag != kVyxVertexTag) return static_cast<float>(vertices.tag);
-    const size_t secondAt = vertices.at + stepOf(vertices);
-    if (!headFits(buf, secondAt)) return -1760;
-    const VyxBlock second = headAt(buf, secondAt);
-    const size_t thirdAt = second.at + stepOf(second);
-    if (!headFits(buf, thirdAt)) return -1760;
-    const VyxBlock third = headAt(buf, thirdAt);
-    // Everything the output will read must lie in the file before anything is written.
-    if (!vyxRecordsFit(buf, vertices, 12)) return -1760;
-    if (second.tag == kVyxColourTag && !vyxRecordsFit(buf, second, 4)) return -1760;
-    // A face block shorter than its head holds no records (its end is not before them).
-    const size_t faceEnd = third.at + std::max(stepOf(third), kHeadSize);
-    if (second.tag == kVyxColourTag && third.tag == kVyxFaceTag && faceEnd > buf.size()) return -1760;
-
+    MeshLayout m;
+    if (const float r = readLayout(buf, m); r != 0) return r;
     kv::BlockWriter w;
     if (!w.open(objOutPath)) return -2;
-    const char* d = buf.data();
-    {
-        char* p = w.room(128);
-        p = copyText(p, "# File exported by Vandor plugin\n#Vertex count ");
-        p = std::to_chars(p, p + 12, vertices.count).ptr;
-        p = copyText(p, "\n#Face count ");
-        p = std::to_chars(p, p + 12, static_cast<int32_t>(third.count)).ptr;
-        *p++ = '\n';
-        w.advance(p);
-    }
-    const char* v = d + vertices.at + kHeadSize;
-    for (uint32_t i = 0; i < vertices.count; ++i, v += 12) {
-        char* p = w.room(64);
-        *p++ = 'v';
-        *p++ = ' ';
-        p = kv::putG(p, kv::getF32BE(v));
-        *p++ = ' ';
-        p = kv::putG(p, kv::getF32BE(v + 4));
-        *p++ = ' ';
-        p = kv::putG(p, kv::getF32BE(v + 8));
-        *p++ = '\n';
-        w.advance(p);
-    }
-    if (second.tag != kVyxColourTag) {
-        w.close();
-        return static_cast<float>(second.tag);
-    }
-    putRGBBlock(w, d + second.at + kHeadSize, second.count);
-    if (third.tag != kVyxFaceTag) {
-        w.close();
-        return static_cast<float>(third.tag);
-    }
-    // Faces in runs: a run starts only when a whole face record is left before the end of the
-    // block, and stops there.
-    size_t at = third.at + kHeadSize;
-    for (size_t run = 0; run < faceID.size() && faceEnd - at >= 16; ++run) {
-        char* p = w.room(32);
-        p = copyText(p, "#FaceID ");
-        p = kv::putUint(p, static_cast<uint32_t>(run + 1));  // runs are no more than faces
-        *p++ = '\n';
-        w.advance(p);
-        for (uint32_t k = 0; k < faceID[run] && faceEnd - at >= 16; ++k, at += 16) {
-            const char* f = d + at;
-            p = w.room(64);
-            *p++ = 'f';
-            *p++ = ' ';
-            for (int c = 0; c < 3; ++c) {
-                p = kv::putInt(p, oneBased(f + 4 * c));
-                *p++ = ' ';
-            }
-            const int32_t fourth = oneBased(f + 12);
-            if (fourth > 0) p = kv::putInt(p, fourth);
-            *p++ = '\n';
-            w.advance(p);
-        }
-    }
+    putHeaderAndVertices(w, buf.data(), m);
+    // A block out of place ends the output early; its tag is the result and the runs are kept.
+    uint32_t misplaced = 0;
+    const bool whole = putColoursAndFaces(w, buf.data(), m, misplaced);
     if (!w.close()) return -2;  // a cut new file is removed, an old one left whole
+    if (!whole) return static_cast<float>(misplaced);
     faceID.clear();
     return 0;
 }
@@ -244,7 +273,7 @@ int ReadVertColorVyx(const char* vyxPath, char* rgbPath) {
     std::vector<char> buf;
     if (!kv::readFile(vyxPath, buf)) return -1760;
     VyxBlock colours;
-    if (findVyxBlock(buf, kVyxColourTag, colours) != VyxWalk::found) return -1760;
+    if (!findVyxBlock(buf, kVyxColourTag, colours)) return -1760;
     if (!vyxRecordsFit(buf, colours, 4)) return -1760;
     kv::BlockWriter w;
     if (!w.open(rgbPath)) return -2;
@@ -258,7 +287,7 @@ float GetFaceIDsVyx(const char* vyxPath, double level) {
     std::vector<char> buf;
     if (!kv::readFile(vyxPath, buf)) return -1760;
     VyxBlock faces;
-    if (findVyxBlock(buf, kVyxFaceTag, faces) != VyxWalk::found) return -1760;
+    if (!findVyxBlock(buf, kVyxFaceTag, faces)) return -1760;
     if (!vyxRecordsFit(buf, faces, 16)) return -1760;
     faceID.reserve(faces.count);
     const char* f = buf.data() + faces.at + kHeadSize;
@@ -273,14 +302,7 @@ int swapVerticesVyx(const char* vyxPath, const char* vertexPath) {
     std::vector<char> buf;
     if (!kv::readFile(vyxPath, buf)) return -1760;
     VyxBlock vertices;
-    switch (findVyxBlock(buf, kVyxVertexTag, vertices)) {
-        case VyxWalk::missing:
-            return -18;
-        case VyxWalk::malformed:
-            return -1760;
-        case VyxWalk::found:
-            break;
-    }
+    if (!findVyxBlock(buf, kVyxVertexTag, vertices)) return -18;
     if (!vyxRecordsFit(buf, vertices, 12)) return -1760;
     // The vertex file is opened for update, as the host's own tools do; a read-only one is refused.
     std::vector<char> vt;
@@ -293,7 +315,7 @@ int swapVerticesVyx(const char* vyxPath, const char* vertexPath) {
     if (!canOpen(vyxPath, O_WRONLY)) return -401;
     std::memcpy(buf.data() + vertices.at + kHeadSize, vt.data() + kHeadSize, bytes);
     // The new content replaces the file in one step: a crash leaves the old file or the new one.
-    return kv::replaceFile(vyxPath, buf.data(), buf.size()) ? 0 : -401;
+    return kv::storeFile(vyxPath, buf.data(), buf.size()) ? 0 : -401;
 }
 
 // ---- UV tiles --------------------------------------------------------------------------------
@@ -339,14 +361,7 @@ float GetUVTile(const char* vyxPath, char* lastName) {
     std::vector<char> buf;
     if (!kv::readFile(vyxPath, buf)) return -17;
     VyxBlock uvs;
-    switch (findVyxBlock(buf, kVyxUVTag, uvs)) {
-        case VyxWalk::missing:
-            return 0;
-        case VyxWalk::malformed:
-            return -17;
-        case VyxWalk::found:
-            break;
-    }
+    if (!findVyxBlock(buf, kVyxUVTag, uvs)) return 0;
     if (!vyxRecordsFit(buf, uvs, 32)) return -17;
     UV_tile last;
     const std::set<UV_tile> tiles = tilesOf(buf.data() + uvs.at + kHeadSize, uvs.count, &last);
@@ -359,14 +374,7 @@ float GetUVsFromVyx(const char* vyxPath) {
     std::vector<char> buf;
     if (!kv::readFile(vyxPath, buf)) return -1760;
     VyxBlock uvs;
-    switch (findVyxBlock(buf, kVyxUVTag, uvs)) {
-        case VyxWalk::missing:
-            return 0;
-        case VyxWalk::malformed:
-            return -1760;
-        case VyxWalk::found:
-            break;
-    }
+    if (!findVyxBlock(buf, kVyxUVTag, uvs)) return 0;
     if (!vyxRecordsFit(buf, uvs, 32)) return -1760;
     const char* records = buf.data() + uvs.at + kHeadSize;
     const std::set<UV_tile> tiles = tilesOf(records, uvs.count, nullptr);

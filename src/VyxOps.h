@@ -35,15 +35,14 @@ struct VyxBlock {
     uint32_t count = 0;
 };
 
-enum class VyxWalk { found, missing, malformed };
-
 // Walks the block chain from offset 32 to the first block tagged tag. A zero length steps over
-// 16 bytes (the head). missing: the chain ends at the end of the buffer without it; malformed:
-// the buffer is shorter than the file header, a head is cut short or a length reaches past the
-// end.
-VyxWalk findVyxBlock(std::span<const char> buf, uint32_t tag, VyxBlock& out);
+// 16 bytes (the head). The walk runs while its offset is below the buffer's size: a buffer no
+// longer than the file header, an unwanted head cut by the end or a length stepping past the
+// end all end it without the block (false). A wanted tag whose head is cut is found; its
+// records then do not fit.
+bool findVyxBlock(std::span<const char> buf, uint32_t tag, VyxBlock& out);
 
-// True when the block's count records of recordSize bytes lie within the buffer.
+// True when the block's head and its count records of recordSize bytes lie within the buffer.
 bool vyxRecordsFit(std::span<const char> buf, const VyxBlock& block, size_t recordSize);
 
 // Writes the OBJ text of a Vyx mesh (vertices, RGB block, faces in the runs of faceID).

@@ -7,6 +7,7 @@
 #include <bit>
 #include <charconv>
 #include <cstring>
+#include <limits>
 
 #include "FileOps.h"
 #include "util/bytes.h"
@@ -313,6 +314,69 @@ const char* parseFastFloat(const char* p, const char* end, float& out) {
     return p;
 }
 
+// The text a stream's float extraction takes from p: an optional sign, digits with at most one
+// decimal point, then, after at least one digit, 'e' or 'E' with an optional sign and digits.
+const char* streamFloatText(const char* p, const char* end) {
+    if (p < end && (*p == '+' || *p == '-')) ++p;
+    bool digits = false, point = false;
+    for (; p < end; ++p) {
+        if (*p >= '0' && *p <= '9') {
+            digits = true;
+        } else if (*p == '.' && !point) {
+            point = true;
+        } else {
+            break;
+        }
+    }
+    if (!digits || p == end || (*p != 'e' && *p != 'E')) return p;
+    if (++p < end && (*p == '+' || *p == '-')) ++p;
+    while (p < end && *p >= '0' && *p <= '9') ++p;
+    return p;
+}
+
+// The decimal magnitude of a number text (its value lies near 10^magnitude): enough to tell an
+// overflow from an underflow when the value is out of the float range.
+int64_t decimalMagnitude(const char* p, const char* end) {
+    if (*p == '+' || *p == '-') ++p;
+    int64_t magnitude = 0;
+    bool point = false, nonzero = false;
+    for (; p < end && ((*p >= '0' && *p <= '9') || *p == '.'); ++p) {
+        if (*p == '.') point = true;
+        else if (*p != '0') nonzero = true;
+        if (!point && nonzero) ++magnitude;
+        if (point && !nonzero && *p == '0') --magnitude;
+    }
+    if (p == end) return magnitude;
+    const bool negative = ++p < end && *p == '-';
+    if (p < end && (*p == '+' || *p == '-')) ++p;
+    int64_t exponent = 0;
+    for (; p < end && *p >= '0' && *p <= '9'; ++p) exponent = std::min<int64_t>(exponent * 10 + (*p - '0'), 1 << 30);
+    return magnitude + (negative ? -exponent : exponent);
+}
+
+// A float as a standard input stream extracts it: the text taken by streamFloatText must be a
+// whole number, else the extraction fails (null). A value beyond the float range reads as the
+// largest float of its sign and fails the extraction too (out is set, null returned); one below
+// it reads as 0 and the reading goes on.
+const char* parseStreamFloat(const char* p, const char* end, float& out) {
+    const char* stop = streamFloatText(p, end);
+    const char* from = p < stop && *p == '+' ? p + 1 : p;  // from_chars takes no '+'
+    float v = 0;
+    const auto r = std::from_chars(from, stop, v);
+    if (r.ec == std::errc::invalid_argument || r.ptr != stop) return nullptr;
+    if (r.ec == std::errc()) {
+        out = v;
+        return stop;
+    }
+    const bool negative = *p == '-';
+    if (decimalMagnitude(p, stop) > 0) {
+        out = negative ? -std::numeric_limits<float>::max() : std::numeric_limits<float>::max();
+        return nullptr;
+    }
+    out = negative ? -0.0f : 0.0f;
+    return stop;
+}
+
 }  // namespace
 
 vertexS parseVertex(std::string_view line) {
@@ -323,17 +387,11 @@ vertexS parseVertex(std::string_view line) {
     float xyz[3] = {0, 0, 0};
     for (float& c : xyz) {
         while (p < end && isSpace(*p)) ++p;
-        const char* q = p;
-        if (q < end && *q == '+') ++q;  // stream extraction takes a leading '+'; from_chars does not
-        if (q == end || !((*q >= '0' && *q <= '9') || *q == '.' || (*q == '-' && q == p))) break;
-        const char* stop = parseFastFloat(q, end, c);
-        if (!stop) {
-            float v = 0;
-            auto r = std::from_chars(q, end, v);
-            if (r.ec != std::errc()) break;
-            c = v;
-            stop = r.ptr;
-        }
+        const char* q = p < end && *p == '+' ? p + 1 : p;  // the fast path takes no '+'
+        const bool oneSign = q < end && (q == p || (*q != '-' && *q != '+'));
+        const char* stop = oneSign ? parseFastFloat(q, end, c) : nullptr;
+        if (!stop) stop = parseStreamFloat(p, end, c);
+        if (!stop) break;  // a failed extraction: this coordinate and the rest stay 0
         p = stop;
     }
     return {xyz[0], xyz[1], xyz[2]};
@@ -551,7 +609,7 @@ bool LeanSwapVerts(const char* vertexPath, const char* meshPath) {
         }
     }
     if (newVertices == 0 || meshVertices == 0 || newVertices != meshVertices || others == 0) return false;
-    return kv::replaceFile(meshPath, out.data(), out.size());
+    return kv::storeFile(meshPath, out.data(), out.size());
 }
 
 // ---- Splits by the polygroup list --------------------------------------------------------

@@ -109,10 +109,29 @@ TEST(BmpCrop, RefusalsWriteNothingAndLeaveNothingBehind) {
     EXPECT_EQ(refused(notBmp, 0, 2), -7);
     EXPECT_EQ(refused(makeBmp(10, 2), 0, 2), -7);  // height below 3
     const std::string full = makeBmp(10, 8);
-    EXPECT_EQ(refused(full.substr(0, full.size() - 120), 0, 2), -7);  // shorter than its header says
+    EXPECT_EQ(refused(full.substr(0, full.size() - 20), 0, 2), -7);  // rows the bytes cannot hold
     std::string lying = full;
     putLE(lying, 2, uint32_t(full.size() - 120));  // ... even when the size field agrees
     EXPECT_EQ(refused(lying.substr(0, full.size() - 120), 0, 2), -7);
+    putLE(lying, 2, 0xFFFFFFFFu);  // the size field alone is not looked at
+    kvtest::writeAll(good, lying);
+    EXPECT_EQ(cropBMP(good.c_str(), dst.c_str(), 0, 2), 0);
+    std::remove(dst.c_str());
+    kvtest::writeAll(good, full);
+    // Rows of 12 bytes: a crop of 15 reads on into the next rows, and into the unread ones.
+    const std::string narrow = dir / "narrow.bmp";
+    kvtest::writeAll(narrow, makeBmp(3, 6));
+    ASSERT_EQ(cropBMP(narrow.c_str(), dst.c_str(), 0, 5), 0);
+    const std::string wide = kvtest::readAll(dst);
+    ASSERT_EQ(wide.size(), 54u + 3 * 16);
+    EXPECT_EQ(wide.substr(54, 15), makeBmp(3, 6).substr(54 + 12, 15));
+    EXPECT_EQ(wide.substr(54 + 32, 15), makeBmp(3, 6).substr(54 + 36, 15));
+    std::remove(dst.c_str());
+    EXPECT_EQ(cropBMP(narrow.c_str(), (dir / "no/such/folder.bmp").c_str(), 0, 5), -5);
+    setWidth(2);
+    EXPECT_EQ(cropFile(narrow, dst, 1431655766), -7);  // times 3 is beyond 32 bits (it wraps to 2)
+    EXPECT_FALSE(kvtest::exists(dst));
+    setWidth(50);
     // Rows of 32 bytes: the region may run on into the two unread rows, never past the file.
     EXPECT_EQ(refused(full, 91, 2), -7);
     EXPECT_EQ(cropBMP(good.c_str(), dst.c_str(), 90, 2), 0);

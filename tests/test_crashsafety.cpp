@@ -58,17 +58,6 @@ std::vector<std::string> entries(const std::string& dir) {
 
 }  // namespace
 
-// What the rewrites avoid: a plain truncating write stopped by the limit destroys the old file.
-TEST(CrashSafety, PlainWriteStoppedHalfWayLosesTheOldFile) {
-    TempDir dir;
-    const std::string path = dir / "plain";
-    kvtest::writeAll(path, "old content");
-    const std::string big(2 * kLimit, 'x');
-    const int status = runLimited(false, [&] { return kv::writeFile(path.c_str(), big.data(), big.size()) ? 0 : 1; });
-    ASSERT_TRUE(WIFSIGNALED(status)) << status;
-    EXPECT_EQ(kvtest::readAll(path), std::string(kLimit, 'x'));
-}
-
 namespace {
 
 // One large rewrite of each kind: prepare() writes the old file (and any inputs) and
@@ -175,13 +164,14 @@ TEST(CrashSafety, FailedAppendLeavesTheOldContent) {
     EXPECT_EQ(kvtest::readAll(combined), old);
 }
 
-// New files get the usual mode (0666 less the umask), replaced files keep theirs, and a file
-// the process may not write is not replaced behind its back.
-TEST(CrashSafety, ReplacementsKeepModesAndRespectUnwritableFiles) {
+// New files get the usual mode (0666 less the umask), replaced files keep theirs, a link stays a
+// link whose file gets the content, a file in a folder that cannot hold a sibling is rewritten
+// in place, and a file the process may not write is not replaced behind its back.
+TEST(CrashSafety, ReplacementsKeepModesLinksAndRespectUnwritableFiles) {
     TempDir dir;
     const std::string fresh = dir / "fresh", kept = dir / "kept", locked = dir / "locked";
     const mode_t oldMask = ::umask(022);
-    ASSERT_TRUE(kv::replaceFile(fresh.c_str(), "new", 3));
+    ASSERT_TRUE(kv::storeFile(fresh.c_str(), "new", 3));
     ::umask(077);
     ASSERT_TRUE(kv::storeFile((dir / "private").c_str(), "p", 1));
     ::umask(oldMask);
@@ -196,6 +186,17 @@ TEST(CrashSafety, ReplacementsKeepModesAndRespectUnwritableFiles) {
     ASSERT_EQ(::stat(kept.c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 07777, 0604u);
     EXPECT_EQ(kvtest::readAll(kept), "newer");
+    ASSERT_EQ(::mkdir((dir / "ro").c_str(), 0755), 0);
+    ASSERT_EQ(::symlink("../kept", (dir / "ro/link").c_str()), 0);
+    ASSERT_TRUE(kv::storeFile((dir / "ro/link").c_str(), "linked", 6));
+    ASSERT_EQ(::lstat((dir / "ro/link").c_str(), &st), 0);
+    EXPECT_TRUE(S_ISLNK(st.st_mode));
+    EXPECT_EQ(kvtest::readAll(kept), "linked");
+    ASSERT_EQ(::stat(kept.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0604u);
+    kvtest::writeAll(dir / "ro/inplace", "old content, longer");
+    ::chmod((dir / "ro/inplace").c_str(), 0666);
+    ::chmod((dir / "ro").c_str(), 0555);
 
     // A read-only file: refused for a user without the right to write it (root may write any
     // file, so the check runs as an unprivileged user in a child).
@@ -205,13 +206,16 @@ TEST(CrashSafety, ReplacementsKeepModesAndRespectUnwritableFiles) {
     const pid_t pid = ::fork();
     if (pid == 0) {
         if (::getuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0)) ::_exit(10);
-        const bool stored = kv::storeFile(locked.c_str(), "x", 1) || kv::replaceFile(locked.c_str(), "x", 1);
-        ::_exit(stored ? 1 : 0);
+        if (kv::storeFile(locked.c_str(), "x", 1)) ::_exit(1);
+        ::_exit(kv::storeFile((dir / "ro/inplace").c_str(), "in place", 8) ? 0 : 2);
     }
     int status = -1;
     ASSERT_EQ(::waitpid(pid, &status, 0), pid);
     ASSERT_TRUE(WIFEXITED(status));
     EXPECT_EQ(WEXITSTATUS(status), 0);
     EXPECT_EQ(kvtest::readAll(locked), "locked");
-    EXPECT_EQ(entries(dir.path), (std::vector<std::string>{"fresh", "kept", "locked", "private"}));
+    EXPECT_EQ(kvtest::readAll(dir / "ro/inplace"), "in place");
+    ::chmod((dir / "ro").c_str(), 0755);
+    EXPECT_EQ(entries(dir.path), (std::vector<std::string>{"fresh", "kept", "locked", "private", "ro"}));
+    EXPECT_EQ(entries(dir / "ro"), (std::vector<std::string>{"inplace", "link"}));
 }

@@ -51,9 +51,9 @@ TEST(FuzzRegressions, VyxFaceBlockShorterThanItsHeadHoldsNoFaces) {
 }
 
 // A BMP with rows of 0 bytes and a large height let a crop copy the same bytes into every output
-// row: gigabytes from a file of a few dozen bytes. A crop wider than a stored row is refused; a
-// crop of no bytes a row does not walk the rows; an output of no bytes at all is written empty.
-TEST(FuzzRegressions, BmpCropWiderThanAStoredRowIsRefused) {
+// row: gigabytes from a file of a few dozen bytes. Such an output is refused; a crop of no bytes
+// a row does not walk the rows; an output of no bytes at all is written empty.
+TEST(FuzzRegressions, BmpCropOfEmptyRowsIsBounded) {
     TempDir dir;
     const std::string src = dir / "in.bmp", dst = dir / "out.bmp";
     std::string zeroWidth = kvtest::makeBmp(1, 4);
@@ -77,10 +77,6 @@ TEST(FuzzRegressions, BmpCropWiderThanAStoredRowIsRefused) {
     EXPECT_EQ(cropBMP(src.c_str(), dst.c_str(), 0, 5), 0);  // an empty output: nothing to copy
     EXPECT_EQ(kvtest::readAll(dst).size(), 0u);
 
-    kvtest::writeAll(src, kvtest::makeBmp(3, 6));  // rows of 9 pixel bytes and 3 padding bytes
-    EXPECT_EQ(cropBMP(src.c_str(), dst.c_str(), 0, 5), -7);  // 15 bytes a row: wider than 12
-    EXPECT_EQ(cropBMP(src.c_str(), dst.c_str(), 3, 4), 0);   // 12 bytes from column 1: into the next row
-    EXPECT_EQ(kvtest::readAll(dst).size(), 54u + 3 * 12);
 }
 
 // A group name holding a NUL byte cut the output path short at the NUL: the split wrote a file

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <charconv>
 #include <cmath>
@@ -467,24 +468,41 @@ TEST(ObjRules, ScannerAndNumberFastPathsMatchReferences) {
         for (std::string_view l; lines.next(l);) got.emplace_back(l);
         ASSERT_EQ(got, want) << round;
     }
-    // Decimals at, just above and just below the halfway point between two floats.
-    for (const char* text : {"16777217", "16777219", "-16777217.0", "16777217.00000001", "16777216.99999999",
-                             "0.1", "3.4028235e38", "1e-3", "0.000000000000000000001", "123456789012345678901"}) {
-        float want = 0;
-        std::from_chars(text, text + std::strlen(text), want);
-        vertexS v = obj::parseVertex(std::string("v ") + text + " 0 0");
-        EXPECT_EQ(std::bit_cast<uint32_t>(v.x), std::bit_cast<uint32_t>(want)) << text;
-    }
+    // Vertex lines read as a standard input stream reads "v x y z": random texts of number
+    // characters, plain decimals near float halfway points, and the edges of the float range.
+    auto streamRead = [](const std::string& line) {
+        std::istringstream in(line);
+        std::string word;
+        float xyz[3] = {0, 0, 0};
+        in >> word >> xyz[0] >> xyz[1] >> xyz[2];
+        return std::array<uint32_t, 3>{std::bit_cast<uint32_t>(xyz[0]), std::bit_cast<uint32_t>(xyz[1]),
+                                       std::bit_cast<uint32_t>(xyz[2])};
+    };
+    auto parsed = [](const std::string& line) {
+        const vertexS v = obj::parseVertex(line);
+        return std::array<uint32_t, 3>{std::bit_cast<uint32_t>(v.x), std::bit_cast<uint32_t>(v.y),
+                                       std::bit_cast<uint32_t>(v.z)};
+    };
+    std::vector<std::string> lines = {
+        "v 1e-50 2 3", "v 1e-40 -5 6", "v 1e39 2 3", "v -1e39 2 3", "v -inf 1 2", "v nan 1 2", "v 1.5e 1 2",
+        "v +.5 1 2", "v 0x1p3 1 2", "v 5. .5 -.5", "v . 1 2", "v 1e+ 2 3", "v 1e-9999999999999 4 5",
+        "v 1e9999999999999 4 5", "v 0.0000000000000000000000000000000000000000000001 7 8", "v --1 2 3",
+        "v +-1 2 3", "v 1.5x 2 3", "v 3.4028235e38 3.4028236e38 1", "v 16777217 16777219 -16777217.0",
+        "v 16777217.00000001 16777216.99999999 0.1", "v 123456789012345678901 1e-3 7E2", "v 1 2", "v"};
     for (int round = 0; round < 20000; ++round) {
-        char text[64];
-        const int digits = 1 + int(rng() % 12);
-        std::snprintf(text, sizeof text, "%s%.*f", rng() % 2 ? "-" : "", int(rng() % 12),
-                      double(uint64_t(rng()) * rng() % 100000000000000ull) / std::pow(10.0, digits));
-        float want = 0;
-        const char* end = text + std::strlen(text);
-        std::from_chars(text, end, want);
-        vertexS v = obj::parseVertex(std::string("v ") + text + " " + text + "\t" + text + "\r");
-        ASSERT_EQ(std::bit_cast<uint32_t>(v.x), std::bit_cast<uint32_t>(want)) << text;
-        ASSERT_EQ(std::bit_cast<uint32_t>(v.z), std::bit_cast<uint32_t>(want)) << text;
+        std::string line = "v";
+        for (int c = 0; c < 3; ++c) {
+            line += " \t"[rng() % 2];
+            if (round % 2) {  // a plain decimal
+                char text[64];
+                std::snprintf(text, sizeof text, "%s%.*f", rng() % 2 ? "-" : "", int(rng() % 12),
+                              double(uint64_t(rng()) * rng() % 100000000000000ull) / std::pow(10.0, 1 + int(rng() % 12)));
+                line += text;
+            } else {
+                for (int n = int(rng() % 8); n >= 0; --n) line += "0123456789.eE+-x"[rng() % 16];
+            }
+        }
+        lines.push_back(line + (rng() % 2 ? "\r" : ""));
     }
+    for (const std::string& line : lines) ASSERT_EQ(parsed(line), streamRead(line)) << line;
 }

@@ -305,6 +305,15 @@ TEST(PsdHeal, FixedRowsAndColumnsFromTheFirstImage) {
     kvtest::writeAll(first, other);
     EXPECT_EQ(call(HealPSDfiles, first, 1, second), -6);
     EXPECT_EQ(kvtest::readAll(first), other);
+    // A second file whose sections reach past its end has no planes to patch: -1, first kept.
+    for (size_t at : {size_t(30), size_t(34)}) {
+        std::string cut = b;
+        for (size_t i = 0; i < 4; ++i) cut[at + i] = i < 3 ? '\xFF' : '\x7F';
+        kvtest::writeAll(first, a);
+        kvtest::writeAll(second, cut);
+        EXPECT_EQ(call(HealPSDfiles, first, 0, second), -1) << at;
+        EXPECT_EQ(kvtest::readAll(first), a);
+    }
 }
 
 TEST(PsdThumbnail, CentredOnBlackAndAreaAveraged) {

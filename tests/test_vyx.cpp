@@ -116,29 +116,29 @@ TEST(Vyx, ByteReadersAssembleBigEndianWords) {
     EXPECT_EQ(readanInt(0), 0);
 }
 
-TEST(Vyx, BlockWalkStepsByLengthAndRefusesCutFiles) {
+TEST(Vyx, BlockWalkStepsByLengthAndEndsAtTheEndOfTheFile) {
     VyxBlock found;
     // An unknown block is passed by its length, a zero-length one by its head's 16 bytes.
     VyxBuilder b;
     b.block(7, 1, "abcd").head(8, 0, 99).vertices({}).uvs({0, 0, 0, 0, 0, 0, 0, 0}).end();
     auto buf = bufferOf(b.bytes);
-    ASSERT_EQ(findVyxBlock(buf, kVyxVertexTag, found), VyxWalk::found);
+    ASSERT_TRUE(findVyxBlock(buf, kVyxVertexTag, found));
     EXPECT_EQ(found.at, 32u + 20 + 16);
     EXPECT_EQ(found.count, 0u);
     EXPECT_EQ(found.length, 16u);
-    ASSERT_EQ(findVyxBlock(buf, kVyxUVTag, found), VyxWalk::found);
+    ASSERT_TRUE(findVyxBlock(buf, kVyxUVTag, found));
     EXPECT_EQ(found.at, 32u + 20 + 16 + 16);  // a count-0 vertex block is just its head
     EXPECT_TRUE(vyxRecordsFit(buf, found, 32));
-    // Only the first block of a kind is found; the end block leads off the end: missing.
-    EXPECT_EQ(findVyxBlock(buf, kVyxFaceTag, found), VyxWalk::missing);
-    EXPECT_EQ(findVyxBlock(bufferOf(std::string(32, 'h')), kVyxFaceTag, found), VyxWalk::missing);
-
-    // Malformed: shorter than the header, a head cut short, a length past the end.
-    EXPECT_EQ(findVyxBlock(bufferOf(std::string(31, 'h')), kVyxFaceTag, found), VyxWalk::malformed);
-    EXPECT_EQ(findVyxBlock(bufferOf(b.bytes.substr(0, b.bytes.size() - 5)), kVyxFaceTag, found), VyxWalk::malformed);
+    // A walk that runs off the end has found nothing: the end block, a file no longer than its
+    // header, an unwanted head cut short, a length stepping past the end.
     VyxBuilder past;
     past.head(7, 1000, 0).end();
-    EXPECT_EQ(findVyxBlock(bufferOf(past.bytes), kVyxFaceTag, found), VyxWalk::malformed);
+    for (const std::string& bytes : {b.bytes, std::string(32, 'h'), std::string(31, 'h'), std::string(),
+                                     b.bytes.substr(0, 32 + 10), past.bytes})
+        EXPECT_FALSE(findVyxBlock(bufferOf(bytes), kVyxFaceTag, found)) << bytes.size();
+    // A wanted head cut short is found, but its records do not fit.
+    ASSERT_TRUE(findVyxBlock(bufferOf(b.bytes.substr(0, 32 + 20 + 16 + 16 + 6)), kVyxUVTag, found));
+    EXPECT_FALSE(vyxRecordsFit(bufferOf(b.bytes.substr(0, 32 + 20 + 16 + 16 + 6)), found, 32));
 }
 
 TEST(Vyx, ConversionWritesExactTextInFaceRuns) {
@@ -245,6 +245,12 @@ TEST(Vyx, ConversionErrorsKeepTheRuns) {
     EXPECT_EQ(writeOBJfromVyx(noFaces.save(dir / "c.Vyx").c_str(), obj.data()), 25001.0f);
     EXPECT_EQ(kvtest::readAll(obj), "# File exported by Vandor plugin\n#Vertex count 3\n#Face count 1\n" +
                                         kSmallHead.substr(kSmallHead.find("v ")) + kSmallColourText);
+    // The end block right after the vertices: its count is the face count, its tag the result.
+    VyxBuilder onlyVertices;
+    onlyVertices.vertices(kSmallVertices).end();
+    EXPECT_EQ(writeOBJfromVyx(onlyVertices.save(dir / "d.Vyx").c_str(), obj.data()), 0.0f);
+    EXPECT_EQ(kvtest::readAll(obj), kSmallHead.substr(0, kSmallHead.find("3\nv ")) + "0\n" +
+                                        kSmallHead.substr(kSmallHead.find("v ")));
     EXPECT_EQ(faceID, std::vector<uint32_t>{3});  // every failure keeps the runs
     faceID.clear();
 }

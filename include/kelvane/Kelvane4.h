@@ -58,7 +58,8 @@ KV_API float GetTPoseRef(const char* text, double number, char* memBlock1, char*
 
 /* Deletes the file text; 0, or -1 (null text, or the system refuses). */
 KV_API float FileDelete(const char* text, double number, char* memBlock1, char* memBlock2);
-/* Copies text to memBlock1 (the destination is deleted first); 0, or -1 on any failure. */
+/* Copies text to memBlock1 (the destination is deleted first); 0, or -1 on any failure, a read
+   error included (a cut copy is removed). */
 KV_API float FileCopyTo(const char* text, double number, char* memBlock1, char* memBlock2);
 /* Renames text to memBlock1; 0, or -1 (null argument, or the system refuses). */
 KV_API float FileRename(const char* text, double number, char* memBlock1, char* memBlock2);
@@ -118,11 +119,14 @@ KV_API float vyxtoOBJ(const char* text, double number, char* memBlock1, char* me
 KV_API float getFaceIDs(const char* text, double number, char* memBlock1, char* memBlock2);
 /* Writes the RGB comment block of the colour block of text to memBlock1; 0. -9, -1760, -2. */
 KV_API float outMRGB(const char* text, double number, char* memBlock1, char* memBlock2);
-/* Puts the positions of vertex file text into Vyx file memBlock1; 0. -2 null, -1760, -201, -301, -401, -18. */
+/* Puts the positions of vertex file text into Vyx file memBlock1; 0. -2 null, -1760 unreadable or vertex records cut,
+   -201, -301, -401, -18 no vertex block before the end of the file. */
 KV_API float SwapVertices_Vyx(const char* text, double number, char* memBlock1, char* memBlock2);
-/* Number of UV tiles of Vyx file text; the last face's tile name to memBlock1. -17 unreadable. */
+/* Number of UV tiles of Vyx file text (0 without a UV block); the last face's tile name to memBlock1.
+   -17 unreadable or UV records cut. */
 KV_API float GetUVTile(const char* text, double number, char* memBlock1, char* memBlock2);
-/* Writes one Vyx file per UV tile of text; their number. -1760 unreadable, 1501 + i file i not written. */
+/* Writes one Vyx file per UV tile of text; their number (0 without a UV block). -1760 unreadable or UV records
+   cut, 1501 + i file i not written. */
 KV_API float GetUVsFromVyx(const char* text, double number, char* memBlock1, char* memBlock2);
 /* Copies tile file name int(number) of the last split to memBlock1 (nothing when there is none); 0. */
 KV_API float getUVTileString(const char* text, double number, char* memBlock1, char* memBlock2);
@@ -149,8 +153,10 @@ KV_API float OpenPrjFile(const char* text, double number, char* memBlock1, char*
  * repeated). A PSD file too short for its sections or planes gives -1. */
 
 /* Crops source text to memBlock1: CropBMP_SetWidth pixels from column int(number), all stored rows
-   but the first and the last two; 0, -1760 no source, -7 not a BMP/height < 3/crop wider than a row/region
-   outside, -5. */
+   but the first and the last two (a crop wider than a row reads on into the next rows); 0, -1760 no
+   source, -5 destination not created, -7 refused: not a BMP, height < 3, column * 3 or width * 3
+   beyond 32 bits, rows the file cannot hold, a region outside the pixel bytes in the file, or an
+   output over four times those bytes. */
 KV_API float CropBMPfile(const char* text, double number, char* memBlock1, char* memBlock2);
 /* PSD text: pixels of the SetInColor colour are kept, all others become colour number; 0, -1..-4, -5. */
 KV_API float MakeStencilPSD(const char* text, double number, char* memBlock1, char* memBlock2);

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 namespace kv {
@@ -84,15 +85,6 @@ bool readFileRepeatLast(const char* path, std::vector<char>& out) {
     return true;
 }
 
-bool writeFile(const char* path, const void* data, size_t size) {
-    int fd = ::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    if (fd < 0) return false;
-    bool ok = writeAll(fd, data, size);
-    ok = (::close(fd) == 0) && ok;
-    if (!ok) ::unlink(path);
-    return ok;
-}
-
 bool appendFile(const char* path, const void* data, size_t size) {
     int fd = ::open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
     if (fd < 0) return false;
@@ -104,33 +96,65 @@ bool appendFile(const char* path, const void* data, size_t size) {
     return (::close(fd) == 0) && ok;
 }
 
-// The mode a file created with 0666 gets under the process's file creation mask.
-static mode_t newFileMode() {
-    const mode_t mask = ::umask(0);  // the only way to read the mask; set back at once
-    ::umask(mask);
-    return 0666 & ~mask;
+// The file an existing path names, symbolic links resolved (the path itself when it cannot be
+// resolved).
+static std::string resolved(const char* path) {
+    char* real = ::realpath(path, nullptr);
+    if (!real) return path;
+    std::string r = real;
+    std::free(real);
+    return r;
 }
 
-bool replaceFile(const char* path, const void* data, size_t size) {
+bool openOutput(const char* path, OutputFile& out) {
+    out = OutputFile{};
     struct stat st {};
-    const bool existed = ::stat(path, &st) == 0;
+    if (::stat(path, &st) != 0) {
+        out.target = path;
+        out.created = true;
+        out.fd = ::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+        return out.fd >= 0;
+    }
     // A file the caller may not write is not replaced behind its back (renaming over it would
     // succeed in a writable folder): it counts as a file that cannot be created.
-    if (existed && ::access(path, W_OK) != 0) return false;
-    std::string tmp = std::string(path) + ".kvtmpXXXXXX";
-    int fd = ::mkstemp(tmp.data());  // created with mode 0600
-    if (fd < 0) return false;
-    bool ok = writeAll(fd, data, size);
-    if (ok) ok = ::fchmod(fd, existed ? (st.st_mode & 07777) : newFileMode()) == 0;
-    if (ok) ok = ::fsync(fd) == 0;
-    ok = (::close(fd) == 0) && ok;
-    if (ok) ok = ::rename(tmp.c_str(), path) == 0;
-    if (!ok) ::unlink(tmp.c_str());
-    return ok;
+    if (S_ISDIR(st.st_mode) || ::access(path, W_OK) != 0) return false;
+    out.target = resolved(path);
+    out.temp = out.target + ".kvtmpXXXXXX";
+    out.fd = ::mkstemp(out.temp.data());  // created with mode 0600
+    if (out.fd >= 0 && ::fchmod(out.fd, st.st_mode & 07777) == 0) return true;
+    if (out.fd >= 0) {
+        ::close(out.fd);
+        ::unlink(out.temp.c_str());
+    }
+    out.temp.clear();  // no sibling possible: the file itself, rewritten in place
+    out.fd = ::open(out.target.c_str(), O_WRONLY | O_CLOEXEC);
+    return out.fd >= 0;
+}
+
+bool writeOutput(OutputFile& out, const void* data, size_t size) { return writeAll(out.fd, data, size); }
+
+bool closeOutput(OutputFile& out, bool good) {
+    if (out.fd < 0) return false;
+    if (good && !out.created && out.temp.empty()) {  // in place: cut off the old content's rest
+        const off_t end = ::lseek(out.fd, 0, SEEK_CUR);
+        good = end >= 0 && ::ftruncate(out.fd, end) == 0;
+    }
+    if (good && !out.created) good = ::fsync(out.fd) == 0;
+    good = ::close(out.fd) == 0 && good;
+    out.fd = -1;
+    if (!out.temp.empty()) {
+        if (good) good = ::rename(out.temp.c_str(), out.target.c_str()) == 0;
+        if (!good) ::unlink(out.temp.c_str());
+    } else if (!good && out.created) {
+        ::unlink(out.target.c_str());
+    }
+    return good;
 }
 
 bool storeFile(const char* path, const void* data, size_t size) {
-    return fileExists(path) ? replaceFile(path, data, size) : writeFile(path, data, size);
+    OutputFile out;
+    if (!openOutput(path, out)) return false;
+    return closeOutput(out, writeOutput(out, data, size));
 }
 
 bool fileExists(const char* path) {

@@ -1,0 +1,31 @@
+#include "util/blockwriter.h"
+
+#include <algorithm>
+
+namespace kv {
+
+BlockWriter::~BlockWriter() {
+    if (out_.fd >= 0) closeOutput(out_, false);
+}
+
+void BlockWriter::put(std::string_view s) {
+    while (!s.empty()) {
+        if (used_ == block_.size()) flush();
+        const size_t n = std::min(s.size(), block_.size() - used_);
+        s.copy(block_.data() + used_, n);
+        used_ += n;
+        s.remove_prefix(n);
+    }
+}
+
+void BlockWriter::flush() {
+    if (used_ > 0 && ok_) ok_ = writeOutput(out_, block_.data(), used_);
+    used_ = 0;
+}
+
+bool BlockWriter::close() {
+    flush();
+    return closeOutput(out_, ok_);
+}
+
+}  // namespace kv
