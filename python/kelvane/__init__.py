@@ -157,6 +157,6 @@ class Plugin:
             for part in parts:
                 mine = [f for f in written if re.fullmatch(re.escape(part.stem) + r"(_copy\d+)?", f.stem)]
                 if len(mine) != 1:
-                    raise KelvaneError("ListSplitOBJtoOBJ", 0, f"no single split file for {part.name}")
+                    raise LookupError(f"the split wrote no single file for {part.name}: was it combined?")
                 posed[part] = self.swap_vertices(mine[0], part)
             return posed
