@@ -1,14 +1,19 @@
 #!/usr/bin/env bash
 # Runs a posing round script (default examples/posing.kvs) on the sample model in a scratch
 # folder with the given `kelvane` program, and prints a summary. Fails when any call or check
-# fails.
-#   scripts/posing_round.sh build/kelvane [examples/posing_list.kvs]
+# fails. With a third argument, an empty folder, the round runs there and its files are kept.
+#   scripts/posing_round.sh build/kelvane [examples/posing_list.kvs [FOLDER]]
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 kelvane=$(cd "$(dirname "$1")" && pwd)/$(basename "$1")
 script=$(cd "$(dirname "${2:-$root/examples/posing.kvs}")" && pwd)/$(basename "${2:-posing.kvs}")
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+if [ -n "${3:-}" ]; then
+  work=$3
+  if [ -n "$(ls -A "$work")" ]; then echo "posing_round.sh: $work is not empty" >&2; exit 2; fi
+else
+  work=$(mktemp -d)
+  trap 'rm -rf "$work"' EXIT
+fi
 cd "$work"
 MODEL="$root/examples/model" "$kelvane" run "$script" | tee round.log
 parts=$(ls "$root"/examples/model/*.obj | wc -l)

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds from scratch and runs every test: the optimised build, then the whole suite again
-# under AddressSanitizer + UndefinedBehaviorSanitizer, then every fuzz harness for 200000
+# under AddressSanitizer + UndefinedBehaviorSanitizer, the threaded OBJ scans' tests under
+# ThreadSanitizer, then every fuzz harness for 200000
 # executions in all (scripts/fuzz.sh).
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -12,6 +13,11 @@ for preset in release asan; do
   cmake --build --preset "$preset"
   ctest --preset "$preset" -j2
 done
+echo "== tsan: the threaded OBJ scans under ThreadSanitizer"
+rm -rf build-tsan
+cmake --preset tsan >/dev/null
+cmake --build --preset tsan
+ctest --preset tsan -j2
 echo "== fuzz: every harness, 200000 executions in all"
 rm -rf build-fuzz
 bash scripts/fuzz.sh

@@ -21,6 +21,7 @@
 #include "util/fileio.h"
 #include "util/mapfile.h"
 #include "util/numtext.h"
+#include "util/parallel.h"
 
 extern "C" {
 KV_API std::vector<uint32_t> faceID;
@@ -163,27 +164,54 @@ struct MeshLayout {
 };
 
 // Reads the layout and checks that everything the output will read lies in the file, before
-// anything is written. 0, -1760, or the first block's tag when it is not a vertex block.
-float readLayout(std::span<const char> buf, MeshLayout& m) {
-    if (!headFits(buf, kHeaderSize)) return -1760;
+// anything is written. False, with the conversion's result (-1760, or the first block's tag
+// when it is not a vertex block: 0 for an end block), when nothing is to be written.
+bool readLayout(std::span<const char> buf, MeshLayout& m, float& result) {
+    result = -1760;
+    if (!headFits(buf, kHeaderSize)) return false;
     m.vertices = headAt(buf, kHeaderSize);
-    if (m.vertices.tag != kVyxVertexTag) return static_cast<float>(m.vertices.tag);
-    if (!vyxRecordsFit(buf, m.vertices, 12)) return -1760;
+    result = static_cast<float>(m.vertices.tag);
+    if (m.vertices.tag != kVyxVertexTag) return false;
+    result = -1760;
+    if (!vyxRecordsFit(buf, m.vertices, 12)) return false;
     const size_t secondAt = m.vertices.at + stepOf(m.vertices);
-    if (!headFits(buf, secondAt)) return -1760;
+    if (!headFits(buf, secondAt)) return false;
     m.second = headAt(buf, secondAt);
     const size_t countAt = secondAt + m.second.length;
-    if (!headFits(buf, countAt)) return -1760;
+    if (!headFits(buf, countAt)) return false;
     m.faceCount = static_cast<int32_t>(headAt(buf, countAt).count);
-    if (m.second.tag != kVyxColourTag) return 0;
-    if (!vyxRecordsFit(buf, m.second, 4)) return -1760;
+    if (m.second.tag != kVyxColourTag) return true;
+    if (!vyxRecordsFit(buf, m.second, 4)) return false;
     const size_t thirdAt = secondAt + stepOf(m.second);
-    if (!headFits(buf, thirdAt)) return -1760;
+    if (!headFits(buf, thirdAt)) return false;
     m.third = headAt(buf, thirdAt);
     // A face block shorter than its head holds no records (its end is not before them).
     m.faceEnd = thirdAt + std::max(stepOf(m.third), kHeadSize);
-    if (m.third.tag == kVyxFaceTag && m.faceEnd > buf.size()) return -1760;
-    return 0;
+    if (m.third.tag == kVyxFaceTag && m.faceEnd > buf.size()) return false;
+    return true;
+}
+
+// Writes lines 0 to count - 1 in order, line i formatted by format(out, i) (at most maxBytes;
+// it returns the line's end). Batches of lines are formatted on every core into buffers of their
+// own, then written one after another: a few megabytes are held at a time.
+template <typename Format>
+void putInParallel(kv::BlockWriter& w, uint32_t count, size_t maxBytes, Format format) {
+    constexpr uint32_t kBatch = 1u << 15;
+    const unsigned threads = count > kBatch ? kv::workerThreads() : 1;
+    std::vector<std::vector<char>> buffers(threads, std::vector<char>(kBatch * maxBytes));
+    std::vector<size_t> used(threads);
+    for (uint32_t first = 0; first < count;) {
+        const uint32_t start = first;
+        kv::runInParallel(threads, [&](size_t t) {
+            const uint32_t from = start + std::min(count - start, uint32_t(t) * kBatch);
+            const uint32_t to = from + std::min(count - from, kBatch);
+            char* out = buffers[t].data();
+            for (uint32_t i = from; i < to; ++i) out = format(out, i);
+            used[t] = static_cast<size_t>(out - buffers[t].data());
+        });
+        for (unsigned t = 0; t < threads; ++t) w.put({buffers[t].data(), used[t]});
+        first = start + std::min(count - start, threads * kBatch);
+    }
 }
 
 void putHeaderAndVertices(kv::BlockWriter& w, const char* d, const MeshLayout& m) {
@@ -194,17 +222,17 @@ void putHeaderAndVertices(kv::BlockWriter& w, const char* d, const MeshLayout& m
     p = kv::putInt(p, m.faceCount);
     *p++ = '\n';
     w.advance(p);
-    const char* v = d + m.vertices.at + kHeadSize;
-    for (uint32_t i = 0; i < m.vertices.count; ++i, v += 12) {
-        p = w.room(64);
-        *p++ = 'v';
+    const char* records = d + m.vertices.at + kHeadSize;
+    putInParallel(w, m.vertices.count, 64, [records](char* out, uint32_t i) {
+        const char* v = records + size_t(12) * i;
+        *out++ = 'v';
         for (int c = 0; c < 3; ++c) {
-            *p++ = ' ';
-            p = kv::putG(p, kv::getF32BE(v + 4 * c));
+            *out++ = ' ';
+            out = kv::putG(out, kv::getF32BE(v + 4 * c));
         }
-        *p++ = '\n';
-        w.advance(p);
-    }
+        *out++ = '\n';
+        return out;
+    });
 }
 
 // One face line: three 1-based corners each followed by a blank, then the fourth when positive.
@@ -256,7 +284,7 @@ float writeOBJfromVyx(const char* vyxPath, char* objOutPath) {
     if (!file.open(vyxPath)) return -1760;
     const std::span<const char> buf(file.data(), file.size());
     MeshLayout m;
-    if (const float r = readLayout(buf, m); r != 0) return r;
+    if (float r = 0; !readLayout(buf, m, r)) return r;
     kv::BlockWriter w;
     if (!w.open(objOutPath)) return -2;
     putHeaderAndVertices(w, buf.data(), m);

@@ -13,6 +13,7 @@
 #include "util/bytes.h"
 #include "util/fileio.h"
 #include "util/mapfile.h"
+#include "util/parallel.h"
 #include "util/text.h"
 
 // Module state (exported data symbols).
@@ -129,6 +130,25 @@ struct IndexSet {
         forEach(from, to, [&](uint64_t) { ++n; });
         return n;
     }
+
+    // Takes in the indices of other (which is left empty): words at a time where both are bit
+    // sets, else one by one.
+    void absorb(IndexSet& other, uint64_t& budget) {
+        if (words.empty() && !sparse) {
+            std::swap(*this, other);
+            return;
+        }
+        if (!other.sparse && !sparse && !other.words.empty() && (other.lo >= lo || grow(other.lo, budget)) &&
+            !sparse && (other.lo + other.nbits <= lo + nbits || grow(other.lo + other.nbits - 1, budget))) {
+            const size_t at = static_cast<size_t>((other.lo - lo) / 64);
+            for (size_t w = 0; w < other.words.size(); ++w) words[at + w] |= other.words[w];
+        } else if (other.sparse) {
+            for (uint64_t i : other.list) insert(i, budget);
+        } else {
+            other.forEachBit([&](uint64_t i) { insert(i, budget); });
+        }
+        other = IndexSet{};
+    }
 };
 
 // The end of the line that starts at p (its line feed, or the end of the buffer).
@@ -137,102 +157,194 @@ const char* lineEnd(const char* p, const char* end) {
     return nl ? static_cast<const char*>(nl) : end;
 }
 
-// The vertex lines of a combined mesh and the vertex sets of its parts.
+// ---- The split scan: the vertex lines of a combined mesh and the vertex sets of its parts ----
+//
+// A large input is cut at line ends into one chunk per thread. Each thread scans its chunk on
+// its own (its vertex lines, its faces' indices by group or by list record), and the chunks are
+// joined in file order, so that the result is the one a single pass gives.
+
+unsigned gScanThreads = 0;           // 0: as many as kv::workerThreads gives
+size_t gMinChunk = size_t(8) << 20;  // no chunk smaller than this
+
+// What one chunk's scan finds.
+struct ChunkScan {
+    const char* begin = nullptr;
+    const char* end = nullptr;
+    std::vector<uint64_t> vertexLines;  // each "v " line: offset << 16 | length (0xFFFF: longer)
+    std::vector<IndexSet> sets;         // by group: the chunk's groups in order of first mention;
+                                        // by list: one per record
+    std::vector<std::string_view> names;  // by group: the names of sets
+    IndexSet before;                    // by group: faces before the chunk's first group line
+    int64_t lastGroup = -1;             // by group: the set open at the chunk's end, -1 none
+    int64_t firstFace = 0;              // by list: the number of faces before the chunk
+    uint64_t budget = 0;                // bytes its bit sets may take
+};
+
 struct SplitScan {
     kv::MappedFile file;
-    std::vector<uint64_t> vertexLines;  // each "v " line: offset << 16 | length (0xFFFF: longer)
-    std::vector<IndexSet> sets;         // per part, the 1-based OBJ indices its faces use
-    uint64_t indexLimit = 0;            // no valid index can exceed this (one vertex per line)
-    uint64_t bitBudget = 0;             // bytes the bit sets may still take
+    std::vector<ChunkScan> chunks;
+    std::vector<uint64_t> vertexEnds;  // per chunk: the vertex lines up to its end
+    std::vector<IndexSet> sets;        // per part, the 1-based OBJ indices its faces use
+    uint64_t indexLimit = 0;           // no valid index can exceed this (one vertex per line)
+    uint64_t bitBudget = 0;            // bytes the bit sets may still take
 
-    void addVertexLine(std::string_view line) {
-        const uint64_t offset = static_cast<uint64_t>(line.data() - file.data());
-        vertexLines.push_back(offset << 16 | std::min<uint64_t>(line.size(), 0xFFFF));
-    }
-    std::string_view vertexLine(size_t k) const {
-        const char* p = file.data() + (vertexLines[k] >> 16);
-        size_t n = vertexLines[k] & 0xFFFF;
+    uint64_t vertexCount() const { return vertexEnds.empty() ? 0 : vertexEnds.back(); }
+    std::string_view vertexLine(uint64_t k) const {
+        const size_t c = static_cast<size_t>(std::upper_bound(vertexEnds.begin(), vertexEnds.end(), k) - vertexEnds.begin());
+        const uint64_t entry = chunks[c].vertexLines[static_cast<size_t>(k - (c ? vertexEnds[c - 1] : 0))];
+        const char* p = file.data() + (entry >> 16);
+        size_t n = entry & 0xFFFF;
         if (n == 0xFFFF) n = static_cast<size_t>(lineEnd(p, file.data() + file.size()) - p);
         return {p, n};
     }
-
     // The set of part k, created when first needed.
     IndexSet& set(size_t k) {
         if (k >= sets.size()) sets.resize(k + 1);
         return sets[k];
     }
-    // Adds an OBJ index to a part's set, unless it can name no vertex line.
-    inline __attribute__((always_inline)) void add(IndexSet& set, int32_t index) {
-        if (index >= 0 && uint64_t(index) <= indexLimit) set.insert(uint64_t(index), bitBudget);
-    }
-    void finish() {
-        for (IndexSet& set : sets) set.finish();
+    // Adds an OBJ index to a set, unless it can name no vertex line.
+    inline __attribute__((always_inline)) void add(IndexSet& set, int32_t index, uint64_t& budget) const {
+        if (index >= 0 && uint64_t(index) <= indexLimit) set.insert(uint64_t(index), budget);
     }
 };
 
+// Cuts the file at line ends into chunks of at least gMinChunk bytes, one per thread at most.
 bool loadForSplit(const char* path, SplitScan& s) {
     if (!s.file.open(path)) return false;
     s.indexLimit = s.file.size() / 2 + 1;
     s.bitBudget = s.file.size() / 4 + (uint64_t(1) << 20);
+    const char* data = s.file.data();
+    const char* end = data + s.file.size();
+    const size_t n = std::max<size_t>(1, std::min<size_t>(gScanThreads ? gScanThreads : kv::workerThreads(), s.file.size() / std::max<size_t>(gMinChunk, 1)));
+    s.chunks.resize(n);
+    const char* at = data;
+    for (size_t c = 0; c < n; ++c) {
+        s.chunks[c].begin = at;
+        const char* cut = c + 1 == n ? end : std::max(at, data + s.file.size() / n * (c + 1));
+        at = cut < end ? std::min(end, lineEnd(cut, end) + 1) : end;
+        s.chunks[c].end = at;
+        s.chunks[c].budget = s.bitBudget / n;
+    }
     return true;
 }
 
-// Group-driven scan: the file's own "g" lines name the parts; a name met again continues its
-// part. names maps each name to its part number.
-void scanByGroups(SplitScan& s, std::map<std::string, int32_t, std::less<>>& names) {
-    kv::LineScanner lines(s.file.data(), s.file.size());
+// Runs scan(chunk) for every chunk, each on a thread of its own (see kv::runInParallel).
+template <typename Fn>
+void forEachChunk(SplitScan& s, Fn&& scan) {
+    kv::runInParallel(s.chunks.size(), [&](size_t c) { scan(s.chunks[c]); });
+    s.vertexEnds.clear();
+    for (const ChunkScan& c : s.chunks) s.vertexEnds.push_back(s.vertexCount() + c.vertexLines.size());
+}
+
+void addVertexLine(const SplitScan& s, ChunkScan& c, std::string_view line) {
+    const uint64_t offset = static_cast<uint64_t>(line.data() - s.file.data());
+    c.vertexLines.push_back(offset << 16 | std::min<uint64_t>(line.size(), 0xFFFF));
+}
+
+// Group-driven scan of one chunk: the "g" lines name the parts; a name met again continues its
+// part.
+void scanChunkByGroups(const SplitScan& s, ChunkScan& c) {
+    kv::LineScanner lines(c.begin, static_cast<size_t>(c.end - c.begin));
+    std::map<std::string_view, int64_t> local;
     std::string scratch;
     std::string_view line;
-    int32_t current = 0;
-    IndexSet* set = &s.set(0);
+    IndexSet* set = &c.before;
     while (lines.next(line)) {
         switch (obj::classify(line)) {
             case obj::LineKind::Vertex:
-                s.addVertexLine(line);
+                addVertexLine(s, c, line);
                 break;
             case obj::LineKind::Group: {
-                std::string_view name = obj::rest(line);
-                auto it = names.find(name);
-                if (it == names.end()) it = names.emplace(std::string(name), static_cast<int32_t>(names.size())).first;
-                current = it->second;
-                set = &s.set(size_t(current));
+                const auto [it, added] = local.emplace(obj::rest(line), int64_t(c.names.size()));
+                if (added) {
+                    c.names.push_back(it->first);
+                    c.sets.emplace_back();
+                }
+                c.lastGroup = it->second;
+                set = &c.sets[size_t(c.lastGroup)];
                 break;
             }
             case obj::LineKind::Face:
-                obj::forEachFaceIndex(line, scratch, [&](int32_t i) { s.add(*set, i); });
+                obj::forEachFaceIndex(line, scratch, [&](int32_t i) { s.add(*set, i, c.budget); });
                 break;
             default: break;
         }
     }
-    s.finish();
 }
 
-// List-driven scan: faces are assigned to the records of groupsList by their face ranges.
-void scanByList(SplitScan& s) {
-    kv::LineScanner lines(s.file.data(), s.file.size());
-    std::string scratch;
-    std::string_view line;
-    size_t current = 0;
-    int32_t currentEnd = groupsList[0].endFace;
-    int64_t face = -1;
-    const size_t last = groupsList.size() - 1;
-    s.sets.resize(groupsList.size());
-    while (lines.next(line)) {
-        obj::LineKind kind = obj::classify(line);
-        if (kind == obj::LineKind::Vertex) {
-            s.addVertexLine(line);
-        } else if (kind == obj::LineKind::Face) {
-            ++face;
-            if (face == currentEnd && current != last) currentEnd = groupsList[++current].endFace;
-            obj::forEachFaceIndex(line, scratch, [&](int32_t i) { s.add(s.sets[current], i); });
+// Joins the chunks' groups in file order: faces before a chunk's first group line belong to the
+// group open at the end of the chunks before it (part 0 at the start of the file, which is also
+// the first group named); names maps each name to its part number, in order of first mention.
+void scanByGroups(SplitScan& s, std::map<std::string, int32_t, std::less<>>& names) {
+    forEachChunk(s, [&](ChunkScan& c) { scanChunkByGroups(s, c); });
+    int32_t current = 0;
+    for (ChunkScan& c : s.chunks) {
+        s.set(size_t(current)).absorb(c.before, s.bitBudget);
+        for (size_t j = 0; j < c.names.size(); ++j) {
+            auto it = names.find(c.names[j]);
+            if (it == names.end()) it = names.emplace(std::string(c.names[j]), static_cast<int32_t>(names.size())).first;
+            s.set(size_t(it->second)).absorb(c.sets[j], s.bitBudget);
+            if (int64_t(j) == c.lastGroup) current = it->second;
         }
     }
-    s.finish();
+    for (IndexSet& set : s.sets) set.finish();
+}
+
+// The list record a face belongs to, as the single pass finds it: starting from record 0 before
+// the first face, a record is left at the face its end names (and never when that face has
+// passed). Returns the record for face `face` given the record at face `from`.
+size_t recordAt(size_t record, int64_t from, int64_t face) {
+    const size_t last = groupsList.size() - 1;
+    while (record != last) {
+        const int64_t e = groupsList[record].endFace;
+        if (e < from || e > face) break;
+        ++record;
+        from = e + 1;
+    }
+    return record;
+}
+
+// List-driven scan: faces are assigned to the records of groupsList by their face ranges. The
+// chunks' face counts come first, so that each chunk knows its first face.
+void scanByList(SplitScan& s) {
+    if (s.chunks.size() > 1) {
+        forEachChunk(s, [&](ChunkScan& c) {
+            kv::LineScanner lines(c.begin, static_cast<size_t>(c.end - c.begin));
+            for (std::string_view line; lines.next(line);) c.firstFace += !line.empty() && line[0] == 'f';
+        });
+        int64_t total = 0;
+        for (ChunkScan& c : s.chunks) {
+            const int64_t count = c.firstFace;
+            c.firstFace = total;
+            total += count;
+        }
+    }
+    forEachChunk(s, [&](ChunkScan& c) {
+        c.sets.resize(groupsList.size());
+        int64_t face = c.firstFace - 1;
+        size_t current = c.firstFace > 0 ? recordAt(0, 0, c.firstFace - 1) : 0;
+        kv::LineScanner lines(c.begin, static_cast<size_t>(c.end - c.begin));
+        std::string scratch;
+        for (std::string_view line; lines.next(line);) {
+            const obj::LineKind kind = obj::classify(line);
+            if (kind == obj::LineKind::Vertex) {
+                addVertexLine(s, c, line);
+            } else if (kind == obj::LineKind::Face) {
+                ++face;
+                current = recordAt(current, face, face);
+                obj::forEachFaceIndex(line, scratch, [&](int32_t i) { s.add(c.sets[current], i, c.budget); });
+            }
+        }
+    });
+    s.sets.resize(groupsList.size());
+    for (ChunkScan& c : s.chunks)
+        for (size_t k = 0; k < c.sets.size(); ++k) s.sets[k].absorb(c.sets[k], s.bitBudget);
+    for (IndexSet& set : s.sets) set.finish();
 }
 
 // Appends a vertex file (head + big-endian positions) for the given 1-based indices.
 void buildVertexFile(const SplitScan& s, const IndexSet* set, std::vector<char>& out) {
-    const uint64_t nV = s.vertexLines.size();
+    const uint64_t nV = s.vertexCount();
     const size_t n = set ? set->count(1, nV) : 0;
     out.assign(16 + 12 * n, 0);
     char* p = out.data();
@@ -253,7 +365,7 @@ void buildVertexFile(const SplitScan& s, const IndexSet* set, std::vector<char>&
 // Appends the verbatim vertex lines for the 1-based indices in [from, nV]; index 0 is the
 // placeholder line.
 void buildVertexLines(const SplitScan& s, const IndexSet& set, uint64_t from, std::vector<char>& out) {
-    const uint64_t nV = s.vertexLines.size();
+    const uint64_t nV = s.vertexCount();
     size_t bytes = 0;
     set.forEach(from, nV, [&](uint64_t i) {
         bytes += (i == 0 ? std::strlen(kPlaceholder) : s.vertexLine(static_cast<size_t>(i - 1)).size()) + 1;
@@ -279,6 +391,11 @@ void setName(groupID& g, std::string_view name) {
 // ---- Shared OBJ rules --------------------------------------------------------------------
 
 namespace obj {
+
+void setScanThreads(unsigned threads, size_t minChunk) {
+    gScanThreads = std::min(threads, 16u);
+    gMinChunk = minChunk;
+}
 
 namespace {
 
@@ -490,7 +607,7 @@ double LeanSplitOBJ(const char* objPath, char* outPath) {
         const IndexSet& set = size_t(number) < s.sets.size() ? s.sets[size_t(number)] : empty;
         buildVertexLines(s, set, 0, out);
         if (out.empty()) return -2;
-        const size_t count = set.count(0, s.vertexLines.size());
+        const size_t count = set.count(0, s.vertexCount());
         std::string path = obj::freeName(folder + std::to_string(count), ".obj");
         if (!kv::storeFile(path.c_str(), out.data(), out.size())) return -3;
     }

@@ -92,6 +92,10 @@ vertexS parseVertex(std::string_view line);
 // folder (an absolute name, or a ".." component) or holds a NUL byte, which no file name can.
 bool outputBase(const char* outPath, std::string_view name, std::string& base);
 
+// The splits scan a large input on several threads: threads (0: the KELVANE_THREADS setting,
+// else one per core, at most 16), no chunk below minChunk bytes (8 MiB by default).
+void setScanThreads(unsigned threads, size_t minChunk);
+
 // The first free name among base + ext, base + "_copy1" + ext, base + "_copy2" + ext, ...
 std::string freeName(const std::string& base, const char* ext);
 

@@ -214,3 +214,62 @@ TEST(ListSplit, AgreesWithTheGroupSplitOnAppendedMeshes) {
     }
     clearGroupsList();
 }
+
+// The splits scan large inputs on several threads, cut at line ends into chunks: every output
+// must be the one a single scan gives, wherever the chunk borders fall. Random meshes with groups
+// named again, faces before the first group, huge and empty groups, CR line ends and list
+// records whose ranges overlap, run out early or are empty.
+TEST(ListSplit, ChunkedScansMatchTheSingleScan) {
+    std::mt19937 rng(2024);
+    TempDir dir;
+    auto splitAll = [&](const std::string& mesh, const std::string& out) {
+        std::filesystem::create_directories(out);
+        std::string base = out + "/";
+        std::vector<char> mem1(base.begin(), base.end());
+        mem1.push_back('\0');
+        std::string all;  // the results (a group without faces ends a split with -2), then the files
+        for (auto split : {LeanSplitOBJ, LeanSplitVyx, ListSplitOBJ, ListSplitVyx})
+            all += std::to_string(split(mesh.c_str(), mem1.data())) + " ";
+        for (const auto& e : std::filesystem::directory_iterator(out)) all += e.path().filename().string() + ":" + readAll(e.path()) + "|";
+        std::filesystem::remove_all(out);
+        return all;
+    };
+    for (int round = 0; round < 40; ++round) {
+        std::string mesh;
+        const char* eol = round % 3 ? "\n" : "\r\n";
+        int vertices = 0, faces = 0;
+        for (int line = 0, lines = 50 + int(rng() % 400); line < lines; ++line) {
+            const auto kind = rng() % 10;
+            if (kind < 4) {
+                mesh += "v " + std::to_string(vertices++) + ".5 " + std::to_string(rng() % 100) + " -1" + eol;
+            } else if (kind < 8 && vertices > 0) {
+                mesh += "f";
+                for (int k = 0; k < 3; ++k) mesh += " " + std::to_string(1 + rng() % vertices) + (k ? "/1" : "");
+                mesh += eol;
+                ++faces;
+            } else if (kind == 8) {
+                mesh += "g G" + std::to_string(rng() % 5) + eol;
+            } else {
+                mesh += "# comment" + std::string(eol);
+            }
+        }
+        const std::string path = dir / "mesh.obj";
+        writeAll(path, mesh);
+        clearGroupsList();
+        for (int r = 0; r < 5; ++r) {
+            groupID g{};
+            std::snprintf(g.name, sizeof g.name, "R%d", r);
+            g.firstFace = 0;
+            g.endFace = r == 4 ? faces + 5 : int32_t(rng() % (faces + 2)) - 1;
+            groupsList.push_back(g);
+        }
+        obj::setScanThreads(1, 1);
+        const std::string single = splitAll(path, dir / "one");
+        for (unsigned threads : {2u, 3u, 7u}) {
+            obj::setScanThreads(threads, 1 + rng() % 40);
+            EXPECT_EQ(splitAll(path, dir / "many"), single) << "round " << round << ", " << threads << " threads";
+        }
+    }
+    obj::setScanThreads(0, size_t(8) << 20);
+    clearGroupsList();
+}

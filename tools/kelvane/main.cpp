@@ -9,6 +9,9 @@
 //                                                 the host's posing: turns one group of an OBJ
 //   kelvane verify --part P --posed-part Q --combined C --group G [--vyt V]
 //                                                 checks a part that came back from a split
+//   kelvane render MESH... --out OUT.png [--view front] [--size 800]
+//                                                 OBJ and Vyx meshes as a shaded picture
+//   kelvane image IN OUT.png                      a PSD or BMP of the plug-in as a PNG
 // Scripts may also use `echo`, `pose` and `verify` lines.
 #include <dlfcn.h>
 #include <elf.h>
@@ -32,6 +35,7 @@
 #include "kelvane/Kelvane4.h"
 #include "kelvane_version.h"
 #include "pose.h"
+#include "viewcmd.h"
 
 namespace {
 
@@ -391,7 +395,11 @@ int main(int argc, char** argv) {
     kvtool::VerifyArgs verifyArgs;
     kvtool::addVerifyOptions(*verify, verifyArgs);
 
+    kvtool::ViewCommands views;
+    kvtool::addViewCommands(app, views);
+
     CLI11_PARSE(app, argc, argv);
+    if (int status = 0; kvtool::runViewCommand(views, status, std::cout, std::cerr)) return status;
     if (*pose) return kvtool::runPose(poseArgs, std::cout, std::cerr);
     if (*verify) return kvtool::runVerify(verifyArgs, std::cout, std::cerr);
 

@@ -1,0 +1,19 @@
+// Work split across the cores, inside one call: threads start and end within runInParallel, so
+// nothing runs between the host's calls.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+
+namespace kv {
+
+// How many threads work shared out across cores may use: KELVANE_THREADS when it is set to 1 or
+// more, else one per core; at most 16.
+unsigned workerThreads();
+
+// Runs task(i) for every i in [0, n): task 0 on the calling thread, each other on a thread of
+// its own. Every thread has ended when it returns; an exception thrown by a task (or a thread
+// that cannot be started) is passed on after that.
+void runInParallel(size_t n, const std::function<void(size_t)>& task);
+
+}  // namespace kv
