@@ -16,6 +16,7 @@
 #include "PrjFile.h"
 #include "PsdOps.h"
 #include "VyxOps.h"
+#include "kelvane_version.h"
 #include "leanOBJ.h"
 #include "platform/Dialog.h"
 #include "util/convert.h"
@@ -59,7 +60,7 @@ static void copyOut(char* memBlock1, const char* s) {
 
 // ---- Settings and the TPose reference list ----------------------------------------------
 
-KV_EXPORT(Version, -1) { return 4.05f; }
+KV_EXPORT(Version, -1) { return KELVANE_VERSION_NUMBER; }
 
 KV_EXPORT(SetPrjModfier, -1) {
     if (!(number > 0)) return -1;

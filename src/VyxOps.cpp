@@ -164,27 +164,31 @@ struct MeshLayout {
 };
 
 // Reads the layout and checks that everything the output will read lies in the file, before
-// anything is written. 0, -1760, or the first block's tag when it is not a vertex block.
-float readLayout(std::span<const char> buf, MeshLayout& m) {
-    if (!headFits(buf, kHeaderSize)) return -1760;
+// anything is written. False, with the conversion's result (-1760, or the first block's tag
+// when it is not a vertex block: 0 for an end block), when nothing is to be written.
+bool readLayout(std::span<const char> buf, MeshLayout& m, float& result) {
+    result = -1760;
+    if (!headFits(buf, kHeaderSize)) return false;
     m.vertices = headAt(buf, kHeaderSize);
-    if (m.vertices.tag != kVyxVertexTag) return static_cast<float>(m.vertices.tag);
-    if (!vyxRecordsFit(buf, m.vertices, 12)) return -1760;
+    result = static_cast<float>(m.vertices.tag);
+    if (m.vertices.tag != kVyxVertexTag) return false;
+    result = -1760;
+    if (!vyxRecordsFit(buf, m.vertices, 12)) return false;
     const size_t secondAt = m.vertices.at + stepOf(m.vertices);
-    if (!headFits(buf, secondAt)) return -1760;
+    if (!headFits(buf, secondAt)) return false;
     m.second = headAt(buf, secondAt);
     const size_t countAt = secondAt + m.second.length;
-    if (!headFits(buf, countAt)) return -1760;
+    if (!headFits(buf, countAt)) return false;
     m.faceCount = static_cast<int32_t>(headAt(buf, countAt).count);
-    if (m.second.tag != kVyxColourTag) return 0;
-    if (!vyxRecordsFit(buf, m.second, 4)) return -1760;
+    if (m.second.tag != kVyxColourTag) return true;
+    if (!vyxRecordsFit(buf, m.second, 4)) return false;
     const size_t thirdAt = secondAt + stepOf(m.second);
-    if (!headFits(buf, thirdAt)) return -1760;
+    if (!headFits(buf, thirdAt)) return false;
     m.third = headAt(buf, thirdAt);
     // A face block shorter than its head holds no records (its end is not before them).
     m.faceEnd = thirdAt + std::max(stepOf(m.third), kHeadSize);
-    if (m.third.tag == kVyxFaceTag && m.faceEnd > buf.size()) return -1760;
-    return 0;
+    if (m.third.tag == kVyxFaceTag && m.faceEnd > buf.size()) return false;
+    return true;
 }
 
 // Writes lines 0 to count - 1 in order, line i formatted by format(out, i) (at most maxBytes;
@@ -280,7 +284,7 @@ float writeOBJfromVyx(const char* vyxPath, char* objOutPath) {
     if (!file.open(vyxPath)) return -1760;
     const std::span<const char> buf(file.data(), file.size());
     MeshLayout m;
-    if (const float r = readLayout(buf, m); r != 0) return r;
+    if (float r = 0; !readLayout(buf, m, r)) return r;
     kv::BlockWriter w;
     if (!w.open(objOutPath)) return -2;
     putHeaderAndVertices(w, buf.data(), m);

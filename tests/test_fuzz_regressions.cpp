@@ -48,6 +48,12 @@ TEST(FuzzRegressions, VyxFaceBlockShorterThanItsHeadHoldsNoFaces) {
         EXPECT_EQ(text.find("\nf "), std::string::npos) << length;
         ASSERT_EQ(call(getFaceIDs, base.c_str(), 1), 1);  // a conversion uses the runs up
     }
+    // A first block of tag 0 is the result 0 and nothing is written; its count is never taken
+    // for vertices (the split-up conversion read 0x484848 vertices from a 169-byte file).
+    std::remove(obj.c_str());
+    kvtest::writeAll(mesh, std::string(32, 'H') + be32(0) + be32(0) + be32(0x484848) + be32(0));
+    EXPECT_EQ(call(vyxtoOBJ, mesh.c_str(), 0, obj.c_str()), 0);
+    EXPECT_FALSE(kvtest::exists(obj));
 }
 
 // A BMP with rows of 0 bytes and a large height let a crop copy the same bytes into every output
