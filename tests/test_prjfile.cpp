@@ -9,7 +9,7 @@
 #include <set>
 #include <string>
 
-#include "Kelvane4Priv.h"
+#include "FrameState.h"
 #include "PrjFile.h"
 #include "kelvane/Kelvane4.h"
 #include "testutil.h"

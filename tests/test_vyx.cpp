@@ -447,7 +447,7 @@ TEST(Vyx, UVSplitWritesOneFilePerTile) {
     ASSERT_EQ(::mkdir((dir / "head1.Vyx.d").c_str(), 0755), 0);
     std::remove((dir / "head1.Vyx").c_str());
     ASSERT_EQ(::rename((dir / "head1.Vyx.d").c_str(), (dir / "head1.Vyx").c_str()), 0);
-    EXPECT_EQ(GetUVsFromVyx(vyx.c_str()), 1502);
+    EXPECT_EQ(splitUVTiles(vyx.c_str()), 1502);
     EXPECT_EQ(UVTileStr, std::vector<std::string>{dir / "head0.Vyx"});
 
     // No UV block: no tiles, nothing written, the buffer and the names emptied as before.
@@ -456,7 +456,7 @@ TEST(Vyx, UVSplitWritesOneFilePerTile) {
     const std::string plainPath = plain.save(dir / "plain.Vyx");
     EXPECT_EQ(callFn(GetUVTile, plainPath.c_str(), 0, last), 0);
     EXPECT_STREQ(last, "-20");
-    EXPECT_EQ(GetUVsFromVyx(plainPath.c_str()), 0);
+    EXPECT_EQ(splitUVTiles(plainPath.c_str()), 0);
     EXPECT_TRUE(UVTileStr.empty());
     EXPECT_FALSE(kvtest::exists(dir / "plain0.Vyx"));
 

@@ -295,6 +295,46 @@ std::string expandVariables(const std::string& word, const Variables& vars) {
     return out;
 }
 
+// Runs a "pose" or "verify" line: 0 done, 1 the check or pose failed, 2 a bad line.
+int runHostLine(const std::vector<std::string>& words, const std::string& where, std::ostream& out,
+                std::ostream& err) {
+    CLI::App lineApp{"script line"};
+    PoseArgs pose;
+    VerifyArgs verify;
+    if (words[0] == "pose") addPoseOptions(lineApp, pose);
+    else addVerifyOptions(lineApp, verify);
+    try {
+        std::vector<std::string> reversed(words.rbegin(), words.rend() - 1);
+        lineApp.parse(reversed);
+    } catch (const CLI::ParseError& e) {
+        err << where << e.what() << "\n";
+        return 2;
+    }
+    const int rc = words[0] == "pose" ? runPose(pose, out, err) : runVerify(verify, out, err);
+    return rc == 2 ? 2 : rc != 0 ? 1 : 0;
+}
+
+// Runs a call line: 0 done, 1 the call failed (a negative result not expected) or a check
+// failed, 2 a bad line.
+int runCallLine(const Plugin& plugin, const std::vector<std::string>& words, Variables& vars,
+                const std::string& where, std::ostream& out, std::ostream& err) {
+    CLI::App lineApp{"script line"};
+    CallArgs args;
+    addCallOptions(lineApp, args);
+    try {
+        std::vector<std::string> reversed(words.rbegin(), words.rend());
+        lineApp.parse(reversed);
+    } catch (const CLI::ParseError& e) {
+        err << where << e.what() << "\n";
+        return 2;
+    }
+    float r = 0;
+    const int rc = callOnce(plugin, args, vars, out, err, &r);
+    if (rc == 2) return 2;
+    if (rc == 0 && r < 0 && args.expect.empty()) err << where << args.name << " failed with " << withMeaning(args.name, r) << "\n";
+    return rc != 0 || (r < 0 && args.expect.empty()) ? 1 : 0;
+}
+
 int runScript(const Plugin& plugin, const std::string& scriptPath, bool keepGoing, std::ostream& out,
               std::ostream& err) {
     std::ifstream in(scriptPath);
@@ -307,9 +347,9 @@ int runScript(const Plugin& plugin, const std::string& scriptPath, bool keepGoin
     std::vector<std::string> words;
     int status = 0, lineNo = 0;
     while (std::getline(in, line)) {
-        ++lineNo;
+        const std::string where = scriptPath + ":" + std::to_string(++lineNo) + ": ";
         if (!splitWords(line, words, error)) {
-            err << scriptPath << ":" << lineNo << ": " << error << "\n";
+            err << where << error << "\n";
             return 2;
         }
         if (words.empty()) continue;
@@ -319,44 +359,10 @@ int runScript(const Plugin& plugin, const std::string& scriptPath, bool keepGoin
             out << "\n";
             continue;
         }
-        if (words[0] == "pose" || words[0] == "verify") {  // the host's side of a posing round
-            CLI::App lineApp{"script line"};
-            PoseArgs pose;
-            VerifyArgs verify;
-            if (words[0] == "pose") addPoseOptions(lineApp, pose);
-            else addVerifyOptions(lineApp, verify);
-            try {
-                std::vector<std::string> reversed(words.rbegin(), words.rend() - 1);
-                lineApp.parse(reversed);
-            } catch (const CLI::ParseError& e) {
-                err << scriptPath << ":" << lineNo << ": " << e.what() << "\n";
-                return 2;
-            }
-            int rc = words[0] == "pose" ? runPose(pose, out, err) : runVerify(verify, out, err);
-            if (rc == 2) return 2;
-            if (rc != 0) {
-                status = 1;
-                if (!keepGoing) return status;
-            }
-            continue;
-        }
-        CLI::App lineApp{"script line"};
-        CallArgs args;
-        addCallOptions(lineApp, args);
-        try {
-            std::vector<std::string> reversed(words.rbegin(), words.rend());
-            lineApp.parse(reversed);
-        } catch (const CLI::ParseError& e) {
-            err << scriptPath << ":" << lineNo << ": " << e.what() << "\n";
-            return 2;
-        }
-        float r = 0;
-        int rc = callOnce(plugin, args, vars, out, err, &r);
+        const bool hostLine = words[0] == "pose" || words[0] == "verify";  // the host's side of a posing round
+        const int rc = hostLine ? runHostLine(words, where, out, err) : runCallLine(plugin, words, vars, where, out, err);
         if (rc == 2) return 2;
-        bool failed = rc != 0 || (r < 0 && args.expect.empty());
-        if (failed) {
-            if (rc == 0) err << scriptPath << ":" << lineNo << ": " << args.name << " failed with "
-                            << withMeaning(args.name, r) << "\n";
+        if (rc != 0) {
             status = 1;
             if (!keepGoing) return status;
         }
