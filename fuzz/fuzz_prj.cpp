@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "Kelvane4Priv.h"
+#include "FrameState.h"
 #include "harness.h"
 
 static bool isExtractedName(const char* name) {  // decimal digits, then "X.dat"

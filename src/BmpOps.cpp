@@ -5,14 +5,14 @@
 
 #include <cstring>
 
-#include "kelvane/Kelvane4.h"
+#include "util/exportdata.h"
 #include "util/bytes.h"
 #include "util/fileio.h"
 
 extern "C" {
-KV_API std::vector<char> bmpV;
-KV_API BMPHeader bmpHdr = {};
-KV_API uint32_t offset = 0;
+KV_DATA std::vector<char> bmpV;
+KV_DATA BMPHeader bmpHdr = {};
+KV_DATA uint32_t offset = 0;
 }
 
 uint32_t readUnsigned(size_t at) { return kv::getU32LE(bmpV.data() + at); }
@@ -20,7 +20,6 @@ int32_t readSigned(size_t at) { return static_cast<int32_t>(kv::getU32LE(bmpV.da
 uint16_t readShortInt(size_t at) { return kv::getU16LE(bmpV.data() + at); }
 void writeUnsignedInt(size_t at, uint32_t value) { kv::putU32LE(bmpV.data() + at, value); }
 void writeSignedInt(size_t at, int32_t value) { kv::putU32LE(bmpV.data() + at, static_cast<uint32_t>(value)); }
-void writeShortInt(size_t at, uint16_t value) { kv::putU16LE(bmpV.data() + at, value); }
 
 int getPadding(int width) {
     switch ((int64_t{width} * 3) % 4) {

@@ -31,7 +31,6 @@ int32_t readSigned(size_t at);
 uint16_t readShortInt(size_t at);
 void writeUnsignedInt(size_t at, uint32_t value);
 void writeSignedInt(size_t at, int32_t value);
-void writeShortInt(size_t at, uint16_t value);
 
 // Zero bytes that end each pixel row of the given width so that a row fills a multiple of 4.
 int getPadding(int width);

@@ -12,13 +12,15 @@
 
 #include "BmpOps.h"
 #include "FileOps.h"
-#include "Kelvane4Priv.h"
+#include "FrameState.h"
 #include "PrjFile.h"
 #include "PsdOps.h"
 #include "VyxOps.h"
+#include "kelvane_version.h"
 #include "leanOBJ.h"
 #include "platform/Dialog.h"
 #include "util/convert.h"
+#include "util/exportdata.h"
 
 using kv::fromInt;
 using kv::fromUint;
@@ -28,13 +30,13 @@ using kv::toUint;
 
 // Module state (exported data symbols).
 extern "C" {
-KV_API float answer = 0.0f;
-KV_API float imgW = 50.0f;
-KV_API float colIn = 0.0f;
-KV_API DIR* folder = nullptr;
-KV_API std::vector<std::string> docList;
-KV_API uint32_t thisPrjHdr[4] = {0, 0, 0, 0};
-KV_API std::vector<TPoseRef> tPoseList;
+KV_DATA float answer = 0.0f;
+KV_DATA float imgW = 50.0f;
+KV_DATA float colIn = 0.0f;
+KV_DATA DIR* folder = nullptr;
+KV_DATA std::vector<std::string> docList;
+KV_DATA uint32_t thisPrjHdr[4] = {0, 0, 0, 0};
+KV_DATA std::vector<TPoseRef> tPoseList;
 }
 
 // Defines an export with the host signature. No exception may reach the host: one that
@@ -58,7 +60,7 @@ static void copyOut(char* memBlock1, const char* s) {
 
 // ---- Settings and the TPose reference list ----------------------------------------------
 
-KV_EXPORT(Version, -1) { return 4.05f; }
+KV_EXPORT(Version, -1) { return KELVANE_VERSION_NUMBER; }
 
 KV_EXPORT(SetPrjModfier, -1) {
     if (!(number > 0)) return -1;
@@ -252,21 +254,21 @@ KV_EXPORT(SwapVertices_Vyx, -1760) {
 
 KV_EXPORT(GetUVTile, -17) {
     if (!text) return -17;
-    return GetUVTile(text, memBlock1);
+    return countUVTiles(text, memBlock1);
 }
 
 KV_EXPORT(GetUVsFromVyx, -1760) {
     if (!text) return -1760;
-    return GetUVsFromVyx(text);
+    return splitUVTiles(text);
 }
 
 KV_EXPORT(getUVTileString, -1) {
-    getUVTileString(toInt(number), memBlock1);
+    copyUVTileName(toInt(number), memBlock1);
     return 0;
 }
 
 KV_EXPORT(clearUVTileString, -1) {
-    clearUVTileString();
+    clearUVTileNames();
     return 0;
 }
 

@@ -7,9 +7,10 @@
 #include <vector>
 
 #include "FileOps.h"
-#include "Kelvane4Priv.h"
+#include "FrameState.h"
 #include "util/bytes.h"
 #include "util/fileio.h"
+#include "util/numtext.h"
 
 int writePrjFile(const char* path) {
     std::vector<char> out;
@@ -86,8 +87,7 @@ int openPrjFile(const char* prjPath, const char* targetPath) {
         const uint64_t end = pos + length;
         if (length >= kPrjChunkHeaderSize && size > end) {
             outPath.assign(targetFolder);
-            char digits[16];
-            outPath.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
+            outPath.append(kv::decimal(number));
             outPath.append("X.dat");
             kv::storeFile(outPath.c_str(), chunk + kPrjChunkHeaderSize,
                           static_cast<size_t>(length - kPrjChunkHeaderSize));  // a failure skips the chunk

@@ -1,4 +1,4 @@
-// The TPose project file: the reference list of Kelvane4Priv.h saved with attached data files,
+// The TPose project file: the reference list of FrameState.h saved with attached data files,
 // and reopened with the data files extracted. Part of the plug-in frame's own subsystem, kept
 // in a file of its own so that Kelvane4.cpp stays the export table.
 //

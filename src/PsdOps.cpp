@@ -8,7 +8,7 @@
 #include <cstring>
 #include <string>
 
-#include "kelvane/Kelvane4.h"
+#include "util/exportdata.h"
 #include "util/bytes.h"
 #include "util/convert.h"
 #include "util/fileio.h"
@@ -16,15 +16,14 @@
 #include <stb/stb_image_resize.h>  // implementation compiled in stb_image_resize_impl.cpp
 
 extern "C" {
-KV_API std::vector<char> img;
-KV_API int32_t offst = 0;
-KV_API PSDHeader fHeader = {};
+KV_DATA std::vector<char> img;
+KV_DATA int32_t offst = 0;
+KV_DATA PSDHeader fHeader = {};
 }
 
 uint16_t readShort(size_t at) { return kv::getU16LE(img.data() + at); }
 uint32_t readLong(size_t at) { return kv::getU32LE(img.data() + at); }
 void writeShort(size_t at, uint16_t value) { kv::putU16LE(img.data() + at, value); }
-void writeLong(size_t at, uint32_t value) { kv::putU32LE(img.data() + at, value); }
 
 bool loadPSD(const char* path) { return path && kv::readFileRepeatLast(path, img); }
 
@@ -223,15 +222,6 @@ std::string withoutExtension(const std::string& path) {
     return path.substr(0, dot);
 }
 
-// Appends a 16- or 32-bit header number, least significant byte first.
-void appendShort(std::vector<char>& out, uint16_t v) {
-    out.resize(out.size() + 2);
-    kv::putU16LE(out.data() + out.size() - 2, v);
-}
-void appendLong(std::vector<char>& out, uint32_t v) {
-    out.resize(out.size() + 4);
-    kv::putU32LE(out.data() + out.size() - 4, v);
-}
 
 }  // namespace
 
@@ -246,17 +236,17 @@ float createThumb(const char* path, int size) {
     std::vector<char> out;
     out.reserve(40 + 3 * size_t{side} * side);
     out.insert(out.end(), {'8', 'B', 'P', 'S'});
-    appendShort(out, 1);                      // version
+    kv::appendU16LE(out, 1);                      // version
     out.insert(out.end(), 6, '\0');           // reserved
-    appendShort(out, 3);                      // channels
-    appendLong(out, side);                    // rows
-    appendLong(out, side);                    // columns
-    appendShort(out, 8);                      // depth
-    appendShort(out, 3);                      // mode RGB
-    appendLong(out, 0);                       // colour-mode data
-    appendLong(out, 0);                       // image resources
-    appendLong(out, 0);                       // layer and mask information
-    appendShort(out, 0);                      // raw image data
+    kv::appendU16LE(out, 3);                      // channels
+    kv::appendU32LE(out, side);                    // rows
+    kv::appendU32LE(out, side);                    // columns
+    kv::appendU16LE(out, 8);                      // depth
+    kv::appendU16LE(out, 3);                      // mode RGB
+    kv::appendU32LE(out, 0);                       // colour-mode data
+    kv::appendU32LE(out, 0);                       // image resources
+    kv::appendU32LE(out, 0);                       // layer and mask information
+    kv::appendU16LE(out, 0);                      // raw image data
     const size_t dataStart = out.size();
     out.resize(dataStart + 3 * size_t{side} * side, '\0');  // black
 

@@ -36,7 +36,6 @@ extern PSDHeader fHeader;      // the fields of the last parsed header
 uint16_t readShort(size_t at);
 uint32_t readLong(size_t at);
 void writeShort(size_t at, uint16_t value);
-void writeLong(size_t at, uint32_t value);
 
 // Loads a file into img with one repeated last byte (so a rewrite of img is one byte longer
 // than the file read). False when it cannot be opened.

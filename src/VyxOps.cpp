@@ -14,7 +14,7 @@
 #include <string_view>
 
 #include "FileOps.h"
-#include "kelvane/Kelvane4.h"
+#include "util/exportdata.h"
 #include "util/blockwriter.h"
 #include "util/bytes.h"
 #include "util/convert.h"
@@ -24,8 +24,8 @@
 #include "util/parallel.h"
 
 extern "C" {
-KV_API std::vector<uint32_t> faceID;
-KV_API std::vector<std::string> UVTileStr;
+KV_DATA std::vector<uint32_t> faceID;
+KV_DATA std::vector<std::string> UVTileStr;
 }
 
 namespace {
@@ -381,11 +381,11 @@ UV_tile tileOfUV(float u, float v) {
     if (v < 0) v -= 1.0f;
     tile.u = kv::toInt(u);
     tile.v = kv::toInt(v);
-    tile.name = std::to_string(tile.u) + std::to_string(tile.v);
+    tile.name = kv::decimal(tile.u) + kv::decimal(tile.v);
     return tile;
 }
 
-float GetUVTile(const char* vyxPath, char* lastName) {
+float countUVTiles(const char* vyxPath, char* lastName) {
     std::vector<char> buf;
     if (!kv::readFile(vyxPath, buf)) return -17;
     VyxBlock uvs;
@@ -397,7 +397,7 @@ float GetUVTile(const char* vyxPath, char* lastName) {
     return kv::fromUint(static_cast<uint32_t>(tiles.size()));
 }
 
-float GetUVsFromVyx(const char* vyxPath) {
+float splitUVTiles(const char* vyxPath) {
     UVTileStr.clear();
     std::vector<char> buf;
     if (!kv::readFile(vyxPath, buf)) return -1760;
@@ -425,7 +425,7 @@ float GetUVsFromVyx(const char* vyxPath) {
     const std::string base = FileNameExtract(vyxPath, 3);
     int32_t i = 0;
     for (const UV_tile& tile : tiles) {
-        const std::string name = base + std::to_string(i) + ".Vyx";
+        const std::string name = base + kv::decimal(i) + ".Vyx";
         char* o = out.data() + prefix;
         for (const Corner& k : corners) {
             const bool inside = k.u == tile.u && k.v == tile.v;  // else the corner lies outside this tile
@@ -440,9 +440,9 @@ float GetUVsFromVyx(const char* vyxPath) {
     return kv::fromInt(i);
 }
 
-void getUVTileString(int32_t index, char* out) {
+void copyUVTileName(int32_t index, char* out) {
     if (!out || index < 0 || static_cast<size_t>(index) >= UVTileStr.size()) return;
     std::strcpy(out, UVTileStr[static_cast<size_t>(index)].c_str());
 }
 
-void clearUVTileString() { UVTileStr.clear(); }
+void clearUVTileNames() { UVTileStr.clear(); }

@@ -9,17 +9,14 @@
 #include <string>
 #include <vector>
 
+#include "util/vyxtags.h"
+
 // Module state (exported data symbols).
 extern "C" {
 extern std::vector<uint32_t> faceID;        // run lengths: faces of the subdivided mesh per base face
 extern std::vector<std::string> UVTileStr;  // file names written by the last UV-tile split, in tile order
 }
 
-// Block tags.
-constexpr uint32_t kVyxVertexTag = 10001;
-constexpr uint32_t kVyxFaceTag = 20001;
-constexpr uint32_t kVyxUVTag = 25001;
-constexpr uint32_t kVyxColourTag = 35001;
 
 // Big-endian readers; each argument contributes its low 8 bits, a first.
 uint32_t readUnInt(char a, char b, char c, char d);
@@ -74,13 +71,13 @@ UV_tile tileOfUV(float u, float v);
 
 // The tiles used by the faces of vyxPath (by each face's first corner); the name of the last
 // face's tile goes to lastName when there are faces. The number of tiles; -17 unreadable.
-float GetUVTile(const char* vyxPath, char* lastName);
+float countUVTiles(const char* vyxPath, char* lastName);
 
 // Writes one Vyx file per tile, named from the path without extension, the tile's position and
 // ".Vyx", and lists their names in UVTileStr. The number written; -1760; 1501 + i when file i
 // cannot be written.
-float GetUVsFromVyx(const char* vyxPath);
+float splitUVTiles(const char* vyxPath);
 
 // Copies entry index of UVTileStr to out; nothing when there is no such entry.
-void getUVTileString(int32_t index, char* out);
-void clearUVTileString();
+void copyUVTileName(int32_t index, char* out);
+void clearUVTileNames();

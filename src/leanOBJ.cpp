@@ -11,23 +11,25 @@
 
 #include "FileOps.h"
 #include "util/bytes.h"
+#include "util/exportdata.h"
 #include "util/fileio.h"
 #include "util/mapfile.h"
+#include "util/numtext.h"
 #include "util/parallel.h"
 #include "util/text.h"
+#include "util/vyxtags.h"
 
 // Module state (exported data symbols).
 extern "C" {
-KV_API std::vector<groupID> groupsList;
-KV_API int32_t faceIndex = 0;
-KV_API std::map<std::string, int32_t> groupFacesList;
-KV_API std::set<std::string> nameSet;
+KV_DATA std::vector<groupID> groupsList;
+KV_DATA int32_t faceIndex = 0;
+KV_DATA std::map<std::string, int32_t> groupFacesList;
+KV_DATA std::set<std::string> nameSet;
 }
 
 namespace {
 
 constexpr const char* kPlaceholder = "#start of vector";
-constexpr uint32_t kVertexFileTag = 10001;
 
 // A set of vertex indices. Normally a bit set over the range the set has seen so far: the
 // parts of a combined mesh use contiguous index ranges, so each set stays about one bit per
@@ -348,7 +350,7 @@ void buildVertexFile(const SplitScan& s, const IndexSet* set, std::vector<char>&
     const size_t n = set ? set->count(1, nV) : 0;
     out.assign(16 + 12 * n, 0);
     char* p = out.data();
-    kv::putU32BE(p, kVertexFileTag);
+    kv::putU32BE(p, kVyxVertexTag);
     kv::putU32BE(p + 4, static_cast<uint32_t>(16 + 12 * n));
     kv::putU32BE(p + 8, static_cast<uint32_t>(n));
     p += 16;
@@ -531,7 +533,7 @@ bool outputBase(const char* outPath, std::string_view name, std::string& base) {
 
 std::string freeName(const std::string& base, const char* ext) {
     std::string candidate = base + ext;
-    for (unsigned n = 1; kv::fileExists(candidate.c_str()); ++n) candidate = base + "_copy" + std::to_string(n) + ext;
+    for (unsigned n = 1; kv::fileExists(candidate.c_str()); ++n) candidate = base + "_copy" + kv::decimal(n) + ext;
     return candidate;
 }
 
@@ -608,7 +610,7 @@ double LeanSplitOBJ(const char* objPath, char* outPath) {
         buildVertexLines(s, set, 0, out);
         if (out.empty()) return -2;
         const size_t count = set.count(0, s.vertexCount());
-        std::string path = obj::freeName(folder + std::to_string(count), ".obj");
+        std::string path = obj::freeName(folder + kv::decimal(static_cast<int64_t>(count)), ".obj");
         if (!kv::storeFile(path.c_str(), out.data(), out.size())) return -3;
     }
     return 0;
@@ -795,7 +797,7 @@ std::string NameCheck(const char* name) {
     for (unsigned counter = 1;; ++counter) {
         size_t copy = working.find("_copy");
         std::string base = copy == std::string::npos ? working + "_copy" : working.substr(0, copy + 5);
-        working = base + std::to_string(counter);
+        working = base + kv::decimal(counter);
         if (nameSet.insert(working).second) return working;
     }
 }

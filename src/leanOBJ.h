@@ -12,7 +12,6 @@
 #include <string_view>
 #include <vector>
 
-#include "kelvane/Kelvane4.h"
 
 // One polygroup of the combined mesh: faces [firstFace, endFace), counted 0-based over the
 // whole mesh. 136 bytes, written to the group list file as laid out (integers big-endian).

@@ -1,12 +1,16 @@
 #!/usr/bin/env bash
 # Checks the plug-in's dynamic symbol table: exactly the names of the version script are
-# defined there (unmangled), and every function declared in the public header is among them.
+# defined there (unmangled), each in the script's version node, and every function declared in
+# the public header is among them.
 set -euo pipefail
 lib=$1 map=$2 header=$3
 
-expected=$(perl -0pe 's#/\*.*?\*/##gs' "$map" | tr ' ;' '\n\n' | grep -E '^[A-Za-z_][A-Za-z0-9_]*$' \
-  | grep -vE '^(global|local)$' | sort -u)
-actual=$(nm -D --defined-only "$lib" | awk '{print $3}' | sort -u)
+script=$(perl -0pe 's#/\*.*?\*/##gs' "$map")
+node=$(echo "$script" | grep -oE '^[A-Za-z_][A-Za-z0-9_]* *\{' | head -1 | tr -d ' {')
+expected=$(echo "$script" | tr ' ;{' '\n\n\n' | grep -E '^[A-Za-z_][A-Za-z0-9_]*$' \
+  | grep -vxE "global|local|$node" | sort -u)
+symbols=$(nm -D --defined-only "$lib" | awk '$2 != "A" {print $3}')
+actual=$(echo "$symbols" | sed 's/@.*//' | sort -u)
 declared=$(grep -oE '^KV_API float [A-Za-z_0-9]+\(' "$header" | sed -E 's/^KV_API float //; s/\($//' | sort -u)
 
 status=0
@@ -15,12 +19,17 @@ if [ "$expected" != "$actual" ]; then
   diff <(echo "$expected") <(echo "$actual") || true
   status=1
 fi
+unversioned=$(echo "$symbols" | grep -v "@@$node\$" || true)
+if [ -z "$node" ] || [ -n "$unversioned" ]; then
+  echo "symbols outside the version node '$node': $unversioned"
+  status=1
+fi
 missing=$(comm -23 <(echo "$declared") <(echo "$actual"))
 if [ -n "$missing" ]; then
   echo "declared in the header but not exported: $missing"
   status=1
 fi
-functions=$(nm -D --defined-only "$lib" | awk '$2 == "T" {print $3}' | sort -u)
+functions=$(nm -D --defined-only "$lib" | awk '$2 == "T" {print $3}' | sed 's/@.*//' | sort -u)
 undeclared=$(comm -13 <(echo "$declared") <(echo "$functions"))
 if [ -n "$undeclared" ]; then
   echo "exported but not declared in the header: $undeclared"

@@ -31,10 +31,11 @@ TEST(Cli, CallPrintsTheFloatResultAndMemBlock1) {
     int status = -1;
     EXPECT_EQ(kelvane("call Version", &status), "Version -> 4.05\n");
     EXPECT_EQ(status, 0);
-    // A null text reaches the export as a null pointer; negative results are printed as is.
-    EXPECT_EQ(kelvane("call FileDelete --null-text", &status), "FileDelete -> -1\n");
-    EXPECT_EQ(kelvane("call SetPrjModfier --number nan", &status), "SetPrjModfier -> -1\n");
-    EXPECT_EQ(kelvane("call GetFile --mem1 untouched", &status), "GetFile -> -1\n");
+    // A null text reaches the export as a null pointer; a failure code comes with its meaning.
+    EXPECT_EQ(kelvane("call FileDelete --null-text", &status), "FileDelete -> -1 (the file cannot be deleted)\n");
+    EXPECT_EQ(kelvane("call SetPrjModfier --number nan", &status), "SetPrjModfier -> -1 (the number is not above 0)\n");
+    EXPECT_EQ(kelvane("call GetFile --mem1 untouched", &status), "GetFile -> -1 (no folder is open)\n");
+    EXPECT_EQ(kelvane("--version", &status), "kelvane 4.05\n");
     EXPECT_EQ(kelvane("call NoSuchExport", &status).find("no export named NoSuchExport") != std::string::npos, true);
     EXPECT_EQ(status, 2);
     EXPECT_NE(kelvaneWith("/nonexistent/lib.so", "call Version", &status).find("kelvane:"), std::string::npos);
@@ -61,7 +62,7 @@ TEST(Cli, RunKeepsStateBetweenLinesAndStopsAtTheFirstNegativeResult) {
     EXPECT_NE(out.find("AddTPoseRef -> 0\n"), std::string::npos) << out;
     EXPECT_NE(out.find("GetTPoseRef -> 3\n  memBlock1: arm data\n"), std::string::npos) << out;
     EXPECT_NE(out.find("modifier is 4294967296\n"), std::string::npos) << out;
-    EXPECT_NE(out.find("refs.kvs:9: GetTPoseRef failed with -1"), std::string::npos) << out;
+    EXPECT_NE(out.find("refs.kvs:9: GetTPoseRef failed with -1 (no reference of that name)\n"), std::string::npos) << out;
     EXPECT_EQ(out.find("Version ->"), std::string::npos) << out;  // stopped before the last line
 
     out = kelvane("run --keep-going " + script, &status);

@@ -16,7 +16,7 @@
 #include <string>
 #include <thread>
 
-#include "Kelvane4Priv.h"
+#include "FrameState.h"
 #include "kelvane/Kelvane4.h"
 #include "testutil.h"
 

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "FileOps.h"
-#include "Kelvane4Priv.h"
+#include "FrameState.h"
 #include "testutil.h"
 #include "util/convert.h"
 

@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <string>
 
-#include "Kelvane4Priv.h"
+#include "FrameState.h"
 #include "PrjFile.h"
 #include "testutil.h"
 

@@ -18,6 +18,7 @@
 #include <string_view>
 
 #include "platform/Dialog.h"
+#include "util/numtext.h"
 
 #if KELVANE_WITH_PORTAL
 #include <dbus/dbus.h>
@@ -314,6 +315,84 @@ int readResponse(const DBusApi& d, DBusMessage* signal, std::vector<std::string>
     return kUserActionOpen;
 }
 
+// The request object the portal answers on, from the connection's unique name and the token,
+// with a match rule for its Response signal and one for the portal leaving the bus; empty when
+// the bus refuses.
+std::string subscribeToResponse(const DBusApi& d, DBusConnection* bus, const std::string& token, DBusError* error) {
+    const char* unique = d.dbus_bus_get_unique_name(bus);
+    if (!unique || *unique != ':') return {};
+    std::string sender = unique + 1;  // ":1.42" -> "1_42"
+    for (char& c : sender)
+        if (c == '.') c = '_';
+    std::string request = "/org/freedesktop/portal/desktop/request/" + sender + "/" + token;
+    const std::string rule =
+        "type='signal',interface='org.freedesktop.portal.Request',member='Response',path='" + request + "'";
+    d.dbus_bus_add_match(bus, rule.c_str(), error);
+    d.dbus_bus_add_match(bus,
+                         "type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',"
+                         "member='NameOwnerChanged',arg0='org.freedesktop.portal.Desktop'",
+                         error);
+    return d.dbus_error_is_set(error) ? std::string() : request;
+}
+
+// Calls FileChooser.OpenFile (several files, modal) and returns the reply; null when there is
+// no file chooser. An older portal may ignore the token: when the reply names another request
+// object, request becomes that one and its Response signal is subscribed to.
+DBusMessage* callOpenFile(const DBusApi& d, DBusConnection* bus, const char* title, const std::string& token,
+                          std::string& request, DBusError* error) {
+    DBusMessage* call = d.dbus_message_new_method_call(kPortalName, "/org/freedesktop/portal/desktop",
+                                                       "org.freedesktop.portal.FileChooser", "OpenFile");
+    if (!call) return nullptr;
+    DBusMessageIter args, dict;
+    const char* parent = "";
+    d.dbus_message_iter_init_append(call, &args);
+    d.dbus_message_iter_append_basic(&args, DBUS_TYPE_STRING, &parent);
+    d.dbus_message_iter_append_basic(&args, DBUS_TYPE_STRING, &title);
+    d.dbus_message_iter_open_container(&args, DBUS_TYPE_ARRAY, "{sv}", &dict);
+    appendStringOption(d, &dict, "handle_token", token.c_str());
+    appendBoolOption(d, &dict, "multiple", true);
+    appendBoolOption(d, &dict, "modal", true);
+    d.dbus_message_iter_close_container(&args, &dict);
+    DBusMessage* reply = d.dbus_connection_send_with_reply_and_block(bus, call, DBUS_TIMEOUT_USE_DEFAULT, error);
+    d.dbus_message_unref(call);
+    DBusMessageIter out;
+    if (reply && d.dbus_message_iter_init(reply, &out) && d.dbus_message_iter_get_arg_type(&out) == DBUS_TYPE_OBJECT_PATH) {
+        const char* handle = nullptr;
+        d.dbus_message_iter_get_basic(&out, &handle);
+        if (request != handle) {
+            request = handle;
+            const std::string rule =
+                "type='signal',interface='org.freedesktop.portal.Request',member='Response',path='" + request + "'";
+            d.dbus_bus_add_match(bus, rule.c_str(), nullptr);
+        }
+    }
+    return reply;
+}
+
+// Waits for the Response signal on request: its outcome (readResponse), or kDialogFailed when
+// the portal leaves the bus or the connection ends first.
+int waitForResponse(const DBusApi& d, DBusConnection* bus, const std::string& request,
+                    std::vector<std::string>& paths) {
+    int result = kDialogFailed;
+    bool answered = false;
+    while (!answered && d.dbus_connection_read_write(bus, -1)) {
+        while (!answered) {
+            DBusMessage* message = d.dbus_connection_pop_message(bus);
+            if (!message) break;
+            const char* path = d.dbus_message_get_path(message);
+            if (d.dbus_message_is_signal(message, "org.freedesktop.portal.Request", "Response") && path &&
+                request == path) {
+                result = readResponse(d, message, paths);
+                answered = true;
+            } else if (d.dbus_message_is_signal(message, "org.freedesktop.DBus", "NameOwnerChanged")) {
+                answered = true;  // the portal went away: failed
+            }
+            d.dbus_message_unref(message);
+        }
+    }
+    return result;
+}
+
 // Asks the portal's FileChooser.OpenFile for several files and waits for its answer. Returns
 // 0 when no portal is running (or it has no file chooser), so that the next way is tried.
 int portalOpenDialog(const char* title, std::vector<std::string>& paths) {
@@ -330,76 +409,16 @@ int portalOpenDialog(const char* title, std::vector<std::string>& paths) {
     }
     d.dbus_connection_set_exit_on_disconnect(bus, FALSE);
     int result = 0;
-    DBusMessage* call = nullptr;
-    DBusMessage* reply = nullptr;
-    do {
-        if (!d.dbus_bus_register(bus, &error) || !d.dbus_bus_name_has_owner(bus, kPortalName, &error)) break;
-        const char* unique = d.dbus_bus_get_unique_name(bus);
-        if (!unique || *unique != ':') break;
-        std::string sender = unique + 1;  // ":1.42" -> "1_42"
-        for (char& c : sender)
-            if (c == '.') c = '_';
+    if (d.dbus_bus_register(bus, &error) && d.dbus_bus_name_has_owner(bus, kPortalName, &error)) {
         static std::atomic<unsigned> requests{0};
-        const std::string token = "kelvane" + std::to_string(::getpid()) + "_" + std::to_string(++requests);
-        std::string request = "/org/freedesktop/portal/desktop/request/" + sender + "/" + token;
-        std::string rule = "type='signal',interface='org.freedesktop.portal.Request',member='Response',path='" +
-                           request + "'";
-        d.dbus_bus_add_match(bus, rule.c_str(), &error);
-        d.dbus_bus_add_match(bus,
-                             "type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',"
-                             "member='NameOwnerChanged',arg0='org.freedesktop.portal.Desktop'",
-                             &error);
-        if (d.dbus_error_is_set(&error)) break;
-
-        call = d.dbus_message_new_method_call(kPortalName, "/org/freedesktop/portal/desktop",
-                                              "org.freedesktop.portal.FileChooser", "OpenFile");
-        if (!call) break;
-        DBusMessageIter args, dict;
-        const char* parent = "";
-        d.dbus_message_iter_init_append(call, &args);
-        d.dbus_message_iter_append_basic(&args, DBUS_TYPE_STRING, &parent);
-        d.dbus_message_iter_append_basic(&args, DBUS_TYPE_STRING, &title);
-        d.dbus_message_iter_open_container(&args, DBUS_TYPE_ARRAY, "{sv}", &dict);
-        appendStringOption(d, &dict, "handle_token", token.c_str());
-        appendBoolOption(d, &dict, "multiple", true);
-        appendBoolOption(d, &dict, "modal", true);
-        d.dbus_message_iter_close_container(&args, &dict);
-        reply = d.dbus_connection_send_with_reply_and_block(bus, call, DBUS_TIMEOUT_USE_DEFAULT, &error);
-        if (!reply) break;  // no file chooser there: try the next way
-
-        // An older portal may ignore the token: its request object is named in the reply.
-        DBusMessageIter out;
-        if (d.dbus_message_iter_init(reply, &out) && d.dbus_message_iter_get_arg_type(&out) == DBUS_TYPE_OBJECT_PATH) {
-            const char* handle = nullptr;
-            d.dbus_message_iter_get_basic(&out, &handle);
-            if (request != handle) {
-                request = handle;
-                rule = "type='signal',interface='org.freedesktop.portal.Request',member='Response',path='" + request +
-                       "'";
-                d.dbus_bus_add_match(bus, rule.c_str(), nullptr);
-            }
+        const std::string token = "kelvane" + decimal(::getpid()) + "_" + decimal(++requests);
+        std::string request = subscribeToResponse(d, bus, token, &error);
+        DBusMessage* reply = request.empty() ? nullptr : callOpenFile(d, bus, title, token, request, &error);
+        if (reply) {  // the portal is showing the dialog: wait for its answer
+            result = waitForResponse(d, bus, request, paths);
+            d.dbus_message_unref(reply);
         }
-
-        result = kDialogFailed;  // the portal is showing the dialog: wait for its answer
-        bool answered = false;
-        while (!answered && d.dbus_connection_read_write(bus, -1)) {
-            while (!answered) {
-                DBusMessage* message = d.dbus_connection_pop_message(bus);
-                if (!message) break;
-                const char* path = d.dbus_message_get_path(message);
-                if (d.dbus_message_is_signal(message, "org.freedesktop.portal.Request", "Response") && path &&
-                    request == path) {
-                    result = readResponse(d, message, paths);
-                    answered = true;
-                } else if (d.dbus_message_is_signal(message, "org.freedesktop.DBus", "NameOwnerChanged")) {
-                    answered = true;  // the portal went away: failed
-                }
-                d.dbus_message_unref(message);
-            }
-        }
-    } while (false);
-    if (reply) d.dbus_message_unref(reply);
-    if (call) d.dbus_message_unref(call);
+    }
     d.dbus_error_free(&error);
     d.dbus_connection_close(bus);
     d.dbus_connection_unref(bus);

@@ -1,4 +1,6 @@
-// Big-endian (most significant byte first) access to 32-bit words in byte buffers.
+// Byte order: 32-bit words most significant byte first (the Vyx, vertex, group list and
+// project files) and 16/32-bit numbers least significant byte first (image headers), read
+// from, written into and appended to byte buffers.
 #pragma once
 
 #include <bit>
@@ -49,6 +51,14 @@ inline uint16_t getU16LE(const char* p) {
 inline void putU16LE(char* p, uint16_t v) {
     p[0] = static_cast<char>(v);
     p[1] = static_cast<char>(v >> 8);
+}
+inline void appendU16LE(std::vector<char>& out, uint16_t v) {
+    out.resize(out.size() + 2);
+    putU16LE(out.data() + out.size() - 2, v);
+}
+inline void appendU32LE(std::vector<char>& out, uint32_t v) {
+    out.resize(out.size() + 4);
+    putU32LE(out.data() + out.size() - 4, v);
 }
 
 }  // namespace kv

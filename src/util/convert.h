@@ -31,6 +31,5 @@ inline float toSingle(double d) { return static_cast<float>(d); }
 // Results: the nearest float to a signed or unsigned 32-bit value.
 inline float fromInt(int32_t v) { return static_cast<float>(v); }
 inline float fromUint(uint32_t v) { return static_cast<float>(v); }
-inline float fromBool(bool ok, float onTrue, float onFalse) { return ok ? onTrue : onFalse; }
 
 }  // namespace kv

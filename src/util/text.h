@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <charconv>
 #include <cstdint>
 #include <cstring>
 #include <string_view>
@@ -68,13 +67,5 @@ private:
 
 // Appends text to a growing output buffer.
 inline void append(std::vector<char>& out, std::string_view s) { out.insert(out.end(), s.begin(), s.end()); }
-
-// Appends a decimal integer.
-template <typename Int>
-inline void appendInt(std::vector<char>& out, Int v) {
-    char buf[24];
-    auto r = std::to_chars(buf, buf + sizeof buf, v);
-    out.insert(out.end(), buf, r.ptr);
-}
 
 }  // namespace kv

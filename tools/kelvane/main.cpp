@@ -1,6 +1,7 @@
 // kelvane: the host emulator. Loads the plug-in with dlopen, resolves exports by name with
 // dlsym and calls them with the host signature, exactly as the host application does.
 //
+//   kelvane --version                             the version of the tool and the plug-in it belongs to
 //   kelvane list                                  the exports the plug-in offers
 //   kelvane call NAME [--text T] [--number N] [--mem1 M] [--null-text] [--null-mem1]
 //   kelvane run SCRIPT [--keep-going]            one call per line, '#' starts a comment
@@ -30,7 +31,9 @@
 #include <string>
 #include <vector>
 
+#include "codes.h"
 #include "kelvane/Kelvane4.h"
+#include "kelvane_version.h"
 #include "pose.h"
 #include "viewcmd.h"
 
@@ -38,6 +41,8 @@ namespace {
 
 constexpr size_t kMemBlockSize = 1 << 20;  // the host hands over blocks of at least 64 KiB
 
+// The plug-in beside the program (a build folder), in the library folder of its installation
+// (../lib, the configured library folder, the multiarch one), else in the build folder.
 std::string defaultPluginPath() {
     char self[4096];
     ssize_t n = ::readlink("/proc/self/exe", self, sizeof self - 1);
@@ -45,10 +50,9 @@ std::string defaultPluginPath() {
         self[n] = '\0';
         std::string dir(self);
         dir = dir.substr(0, dir.find_last_of('/') + 1);
-        for (const char* rel : {"libKelvane4.so", "../lib/libKelvane4.so"}) {
-            std::string candidate = dir + rel;
-            if (::access(candidate.c_str(), R_OK) == 0) return candidate;
-        }
+        for (std::string lib : {"", "../lib/", KELVANE_BIN_TO_LIB "/", "../lib/" KELVANE_MULTIARCH "/"})
+            for (const char* name : {"libKelvane4.so", "libKelvane4.so.4"})
+                if (::access((dir + lib + name).c_str(), R_OK) == 0) return dir + lib + name;
     }
     return KELVANE_BUILD_DIR "/libKelvane4.so";
 }
@@ -77,7 +81,7 @@ bool readExports(const std::string& path, Exports& out) {
         for (uint64_t off = 0; off + sizeof(Elf64_Sym) <= s.sh_size; off += sizeof(Elf64_Sym)) {
             Elf64_Sym sym;
             std::memcpy(&sym, bytes.data() + s.sh_offset + off, sizeof sym);
-            if (sym.st_shndx == SHN_UNDEF || sym.st_name >= strs.sh_size) continue;
+            if (sym.st_shndx == SHN_UNDEF || sym.st_shndx == SHN_ABS || sym.st_name >= strs.sh_size) continue;
             if (ELF64_ST_BIND(sym.st_info) == STB_LOCAL) continue;
             std::string name(bytes.data() + strs.sh_offset + sym.st_name);
             if (name.empty()) continue;
@@ -161,6 +165,14 @@ std::string formatResult(float r) {
     return std::string(buf, res.ptr);
 }
 
+// The result of export name, with the meaning of a failure code: "-1 (the input file cannot be opened)".
+std::string withMeaning(const std::string& name, float r) {
+    std::string text = formatResult(r);
+    if (std::string_view meaning = r < 0 ? codeMeaning(name, r) : ""; !meaning.empty())
+        text.append(" (").append(meaning).append(")");
+    return text;
+}
+
 bool parseNumber(const std::string& s, double& out) {
     const char* b = s.c_str();
     char* e = nullptr;
@@ -207,7 +219,7 @@ int callOnce(const Plugin& plugin, const CallArgs& args, Variables& vars, std::o
                  mem2.data());
     if (resultOut) *resultOut = r;
 
-    out << args.name << " -> " << formatResult(r) << "\n";
+    out << args.name << " -> " << withMeaning(args.name, r) << "\n";
     const std::string after(mem1.data(), strnlen(mem1.data(), kMemBlockSize));
     if (!args.nullMem1 && after != before) out << "  memBlock1: " << after << "\n";
     out.flush();
@@ -283,6 +295,46 @@ std::string expandVariables(const std::string& word, const Variables& vars) {
     return out;
 }
 
+// Runs a "pose" or "verify" line: 0 done, 1 the check or pose failed, 2 a bad line.
+int runHostLine(const std::vector<std::string>& words, const std::string& where, std::ostream& out,
+                std::ostream& err) {
+    CLI::App lineApp{"script line"};
+    PoseArgs pose;
+    VerifyArgs verify;
+    if (words[0] == "pose") addPoseOptions(lineApp, pose);
+    else addVerifyOptions(lineApp, verify);
+    try {
+        std::vector<std::string> reversed(words.rbegin(), words.rend() - 1);
+        lineApp.parse(reversed);
+    } catch (const CLI::ParseError& e) {
+        err << where << e.what() << "\n";
+        return 2;
+    }
+    const int rc = words[0] == "pose" ? runPose(pose, out, err) : runVerify(verify, out, err);
+    return rc == 2 ? 2 : rc != 0 ? 1 : 0;
+}
+
+// Runs a call line: 0 done, 1 the call failed (a negative result not expected) or a check
+// failed, 2 a bad line.
+int runCallLine(const Plugin& plugin, const std::vector<std::string>& words, Variables& vars,
+                const std::string& where, std::ostream& out, std::ostream& err) {
+    CLI::App lineApp{"script line"};
+    CallArgs args;
+    addCallOptions(lineApp, args);
+    try {
+        std::vector<std::string> reversed(words.rbegin(), words.rend());
+        lineApp.parse(reversed);
+    } catch (const CLI::ParseError& e) {
+        err << where << e.what() << "\n";
+        return 2;
+    }
+    float r = 0;
+    const int rc = callOnce(plugin, args, vars, out, err, &r);
+    if (rc == 2) return 2;
+    if (rc == 0 && r < 0 && args.expect.empty()) err << where << args.name << " failed with " << withMeaning(args.name, r) << "\n";
+    return rc != 0 || (r < 0 && args.expect.empty()) ? 1 : 0;
+}
+
 int runScript(const Plugin& plugin, const std::string& scriptPath, bool keepGoing, std::ostream& out,
               std::ostream& err) {
     std::ifstream in(scriptPath);
@@ -295,9 +347,9 @@ int runScript(const Plugin& plugin, const std::string& scriptPath, bool keepGoin
     std::vector<std::string> words;
     int status = 0, lineNo = 0;
     while (std::getline(in, line)) {
-        ++lineNo;
+        const std::string where = scriptPath + ":" + std::to_string(++lineNo) + ": ";
         if (!splitWords(line, words, error)) {
-            err << scriptPath << ":" << lineNo << ": " << error << "\n";
+            err << where << error << "\n";
             return 2;
         }
         if (words.empty()) continue;
@@ -307,43 +359,10 @@ int runScript(const Plugin& plugin, const std::string& scriptPath, bool keepGoin
             out << "\n";
             continue;
         }
-        if (words[0] == "pose" || words[0] == "verify") {  // the host's side of a posing round
-            CLI::App lineApp{"script line"};
-            PoseArgs pose;
-            VerifyArgs verify;
-            if (words[0] == "pose") addPoseOptions(lineApp, pose);
-            else addVerifyOptions(lineApp, verify);
-            try {
-                std::vector<std::string> reversed(words.rbegin(), words.rend() - 1);
-                lineApp.parse(reversed);
-            } catch (const CLI::ParseError& e) {
-                err << scriptPath << ":" << lineNo << ": " << e.what() << "\n";
-                return 2;
-            }
-            int rc = words[0] == "pose" ? runPose(pose, out, err) : runVerify(verify, out, err);
-            if (rc == 2) return 2;
-            if (rc != 0) {
-                status = 1;
-                if (!keepGoing) return status;
-            }
-            continue;
-        }
-        CLI::App lineApp{"script line"};
-        CallArgs args;
-        addCallOptions(lineApp, args);
-        try {
-            std::vector<std::string> reversed(words.rbegin(), words.rend());
-            lineApp.parse(reversed);
-        } catch (const CLI::ParseError& e) {
-            err << scriptPath << ":" << lineNo << ": " << e.what() << "\n";
-            return 2;
-        }
-        float r = 0;
-        int rc = callOnce(plugin, args, vars, out, err, &r);
+        const bool hostLine = words[0] == "pose" || words[0] == "verify";  // the host's side of a posing round
+        const int rc = hostLine ? runHostLine(words, where, out, err) : runCallLine(plugin, words, vars, where, out, err);
         if (rc == 2) return 2;
-        bool failed = rc != 0 || (r < 0 && args.expect.empty());
-        if (failed) {
-            if (rc == 0) err << scriptPath << ":" << lineNo << ": " << args.name << " failed with " << formatResult(r) << "\n";
+        if (rc != 0) {
             status = 1;
             if (!keepGoing) return status;
         }
@@ -356,6 +375,7 @@ int runScript(const Plugin& plugin, const std::string& scriptPath, bool keepGoin
 int main(int argc, char** argv) {
     CLI::App app{"kelvane: load the Kelvane4 plug-in and call its exports as the host does"};
     app.require_subcommand(1);
+    app.set_version_flag("--version", "kelvane " KELVANE_VERSION_STRING);
     std::string pluginPath = defaultPluginPath();
     app.add_option("--plugin", pluginPath, "Plug-in library to load")->capture_default_str();
 

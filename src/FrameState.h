@@ -1,4 +1,5 @@
-// Module state of the plug-in frame and the records it shares with the project file.
+// The plug-in frame's module state and internal API: the exported data it owns, the TPose
+// records it shares with the project file, and the work behind its own exports.
 #pragma once
 
 #include <dirent.h>
