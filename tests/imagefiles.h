@@ -11,11 +11,6 @@ namespace kvtest {
 inline void putLE(std::string& s, size_t at, uint32_t v, int bytes = 4) {
     for (int i = 0; i < bytes; ++i) s[at + size_t(i)] = static_cast<char>(v >> (8 * i));
 }
-inline uint32_t getLE(const std::string& s, size_t at) {
-    uint32_t v = 0;
-    for (int i = 3; i >= 0; --i) v = (v << 8) | static_cast<unsigned char>(s[at + size_t(i)]);
-    return v;
-}
 
 // The byte of channel ch of the pixel at column col of stored row row (row 0 is stored first).
 inline char sample(int row, int col, int ch) { return static_cast<char>(row * 31 + col * 7 + ch * 101 + 5); }

@@ -48,27 +48,18 @@ float call(KelvaneFn fn, double number = 0, char* mem1 = nullptr) { return fn(nu
 
 TEST(Dialog, GetFilePathCopiesAtMost256BytesAndChecksTheIndex) {
     const std::string p255(255, 'a'), p256(256, 'b'), p300 = "/" + std::string(299, 'c');
-    docList = {"/models/left arm.obj", p255, p256, p300, "/tmp/pi\xC3\xA8" "ce.obj"};
+    const std::string utf8 = "/tmp/pi\xC3\xA8" "ce.obj";  // the file system's bytes, unchanged
+    docList = {"/models/left arm.obj", p255, p256, p300, utf8};
     char block[400];
-    for (double bad : {0.0, -1.0, 6.0, 0.9, double(NAN), 1e12}) {
+    // The item number is truncated; 256 bytes or more: exactly 256 bytes copied, no terminator.
+    for (auto [number, code, copied] : std::vector<std::tuple<double, float, std::string>>{
+             {0, -1719, "X"}, {-1, -1719, "X"}, {6, -1719, "X"}, {0.9, -1719, "X"}, {NAN, -1719, "X"}, {1e12, -1719, "X"},
+             {1.7, 0, "/models/left arm.obj" + std::string(1, '\0')}, {5, 0, utf8 + '\0'}, {2, 0, p255 + '\0'},
+             {3, 0, p256}, {4, 0, p300.substr(0, 256)}}) {
         std::memset(block, 'X', sizeof block);
-        EXPECT_EQ(call(GetFilePath, bad, block), -1719.0f) << bad;
-        EXPECT_EQ(block[0], 'X') << bad;
-    }
-    std::memset(block, 'X', sizeof block);
-    EXPECT_EQ(call(GetFilePath, 1.7, block), 0.0f);  // truncated to item 1
-    EXPECT_STREQ(block, "/models/left arm.obj");
-    EXPECT_EQ(call(GetFilePath, 5, block), 0.0f);
-    EXPECT_STREQ(block, "/tmp/pi\xC3\xA8" "ce.obj");  // the file system's bytes, unchanged
-
-    std::memset(block, 'X', sizeof block);
-    EXPECT_EQ(call(GetFilePath, 2, block), 0.0f);
-    EXPECT_EQ(std::string(block, 256), p255 + '\0');
-    for (int i : {3, 4}) {  // 256 bytes or more: exactly 256 bytes copied, no terminator
-        std::memset(block, 'X', sizeof block);
-        EXPECT_EQ(call(GetFilePath, i, block), 0.0f);
-        EXPECT_EQ(std::string(block, 256), docList[static_cast<size_t>(i) - 1].substr(0, 256));
-        EXPECT_EQ(block[256], 'X') << i;
+        EXPECT_EQ(call(GetFilePath, number, block), code) << number;
+        EXPECT_EQ(std::string(block, copied.size()), copied) << number;
+        EXPECT_TRUE(copied.size() < 256 || block[256] == 'X') << number;
     }
 
     EXPECT_EQ(call(ClearFileList), 0.0f);

@@ -1,89 +1,88 @@
-// The frame's exports, called as the host calls them.
+// The frame's exports as the host calls them: settings, the TPose list, file and folder
+// operations, path splitting, and the number conversions every export goes through.
 #include <gtest/gtest.h>
+
+#include <dirent.h>
 
 #include <cmath>
 #include <cstring>
+#include <filesystem>
+#include <limits>
 #include <set>
+#include <stdexcept>
 #include <string>
+#include <vector>
 
+#include "FileOps.h"
 #include "FrameState.h"
-#include "kelvane/Kelvane4.h"
 #include "testutil.h"
+#include "util/convert.h"
 
-using kvtest::callFn;
-using kvtest::TempDir;
+using namespace kvtest;
 
 namespace {
+const double kNaN = std::nan(""), kInf = std::numeric_limits<double>::infinity();
+}
 
-const double kNaN = std::nan("");
+TEST(Conversions, TruncateSaturateAndRound) {
+    for (auto [in, out] : std::vector<std::pair<double, int32_t>>{
+             {0.9, 0}, {-2.999, -2}, {2147483646.9, 2147483646}, {2147483647.5, INT32_MAX}, {5e9, INT32_MAX},
+             {-2147483647.9, -2147483647}, {-2147483648.9, INT32_MIN}, {kInf, INT32_MAX}, {-kInf, INT32_MIN}, {kNaN, INT32_MIN}})
+        EXPECT_EQ(kv::toInt(in), out) << in;
+    // Negative numbers go through the signed conversion and keep its bit pattern.
+    for (auto [in, out] : std::vector<std::pair<double, uint32_t>>{
+             {0.5, 0}, {2147483648.7, 2147483648u}, {4294967295.0, 4294967295u}, {4294967296.0, 4294967295u},
+             {kNaN, 2147483648u}, {-1.0, 4294967295u}, {-0.5, 0}, {-1e20, 2147483648u}})
+        EXPECT_EQ(kv::toUint(in), out) << in;
+    EXPECT_EQ(kv::toSingle(16777217.0), 16777216.0f);  // ties to even
+    EXPECT_EQ(kv::fromInt(16777217), 16777216.0f);
+    EXPECT_EQ(kv::fromUint(4294967295u), 4294967296.0f);
+}
 
-}  // namespace
-
-TEST(Frame, VersionAndSettings) {
+TEST(Frame, SettingsAndProjectModifier) {
     EXPECT_FLOAT_EQ(callFn(Version), 4.05f);
-
     EXPECT_EQ(callFn(CropBMP_SetWidth, nullptr, 12.7), 0);
     EXPECT_EQ(imgW, 12.7f);
     EXPECT_EQ(callFn(SetInColor, nullptr, -3.25), 0);
     EXPECT_EQ(colIn, -3.25f);
     callFn(CropBMP_SetWidth, nullptr, 50);
     callFn(SetInColor, nullptr, 0);
-}
 
-TEST(Frame, ProjectModifierChecksAndSaturation) {
     callFn(ClearTPoseList);
     EXPECT_EQ(callFn(SetPrjModfier, nullptr, 7.9), 0);
-    EXPECT_EQ(callFn(GetPrjModfier), 7.0f);
-    // Not greater than zero, NaN included: refused, the modifier stays.
-    EXPECT_EQ(callFn(SetPrjModfier, nullptr, 0), -1);
-    EXPECT_EQ(callFn(SetPrjModfier, nullptr, -2), -1);
-    EXPECT_EQ(callFn(SetPrjModfier, nullptr, kNaN), -1);
+    for (double refused : {0.0, -2.0, kNaN}) EXPECT_EQ(callFn(SetPrjModfier, nullptr, refused), -1);
     EXPECT_EQ(callFn(GetPrjModfier), 7.0f);
     EXPECT_EQ(callFn(SetPrjModfier, nullptr, 5000000000.0), 0);
     EXPECT_EQ(thisPrjHdr[3], 4294967295u);
-    EXPECT_EQ(callFn(GetPrjModfier), 4294967296.0f);  // the nearest float to 2^32-1
     EXPECT_EQ(callFn(ClearTPoseList), 0);
     EXPECT_EQ(callFn(GetPrjModfier), 0);
 }
 
 TEST(Frame, TPoseListAddLookUpAndCheckOrder) {
     callFn(ClearTPoseList);
-    char data[64] = "pose data";
-    char out[300];
-
-    // Empty list: -5 before the text is looked at.
-    EXPECT_EQ(callFn(GetTPoseRef, nullptr, 0, out), -5);
-    EXPECT_EQ(callFn(GetTPoseRef, "x", 0, out), -5);
-    // The value check comes before the null checks.
-    EXPECT_EQ(callFn(AddTPoseRef, nullptr, 0, nullptr), -1);
+    char data[] = "pose data", out[300];
+    EXPECT_EQ(callFn(GetTPoseRef, nullptr, 0, out), -5);  // empty list: before the text is looked at
+    EXPECT_EQ(callFn(AddTPoseRef, nullptr, 0, nullptr), -1);  // the value before the null checks
     EXPECT_EQ(callFn(AddTPoseRef, "a", -1, data), -1);
     EXPECT_EQ(callFn(AddTPoseRef, nullptr, 1, data), -2);
     EXPECT_EQ(callFn(AddTPoseRef, "a", 1, nullptr), -2);
     EXPECT_TRUE(tPoseList.empty());
-
     EXPECT_EQ(callFn(AddTPoseRef, "arm", 0.5, data), 0);  // 0.5 > 0 passes, stored as 0
-    char data2[] = "second";
-    EXPECT_EQ(callFn(AddTPoseRef, "leg", 3, data2), 0);
-    char data3[] = "shadowed";
-    EXPECT_EQ(callFn(AddTPoseRef, "leg", 9, data3), 0);
+    EXPECT_EQ(callFn(AddTPoseRef, "leg", 3, "second"), 0);
+    EXPECT_EQ(callFn(AddTPoseRef, "leg", 9, "shadowed"), 0);
     EXPECT_EQ(callFn(AddTPoseRef, "nan", kNaN, data), 0);  // NaN passes and becomes 2^31
     EXPECT_EQ(thisPrjHdr[2], 4u);
-    ASSERT_EQ(tPoseList.size(), 4u);
-
-    EXPECT_EQ(callFn(GetTPoseRef, "arm", 0, out), 0);
-    EXPECT_STREQ(out, "pose data");
-    EXPECT_EQ(callFn(GetTPoseRef, "leg", 0, out), 3);  // the first match wins
-    EXPECT_STREQ(out, "second");
-    EXPECT_EQ(callFn(GetTPoseRef, "nan", 0, out), 2147483648.0f);
+    for (auto [name, value, text] : std::vector<std::tuple<const char*, float, const char*>>{
+             {"arm", 0, "pose data"}, {"leg", 3, "second"} /* the first match */, {"nan", 2147483648.0f, "pose data"}}) {
+        EXPECT_EQ(callFn(GetTPoseRef, name, 0, out), value) << name;
+        EXPECT_STREQ(out, text);
+    }
     EXPECT_EQ(callFn(GetTPoseRef, "Leg", 0, out), -1);  // case-sensitive
     EXPECT_EQ(callFn(GetTPoseRef, nullptr, 0, out), -1);
-
     // Names and data longer than their fields are cut, never overflow the record.
-    std::string longName(400, 'n'), longData(600, 'd');
-    EXPECT_EQ(callFn(AddTPoseRef, longName.c_str(), 1, longData.data()), 0);
+    EXPECT_EQ(callFn(AddTPoseRef, std::string(400, 'n').c_str(), 1, std::string(600, 'd').c_str()), 0);
     EXPECT_EQ(std::strlen(tPoseList.back().name), 254u);
     EXPECT_EQ(std::strlen(tPoseList.back().data), 256u);
-
     callFn(ClearTPoseList);
     EXPECT_TRUE(tPoseList.empty());
     for (uint32_t w : thisPrjHdr) EXPECT_EQ(w, 0u);
@@ -94,73 +93,93 @@ TEST(Frame, FileDeleteCopyRename) {
     const std::string a = dir / "a.bin", b = dir / "b.bin", c = dir / "c.bin";
     std::string payload(10007, '\0');  // several 4000-byte blocks and a short tail
     for (size_t i = 0; i < payload.size(); ++i) payload[i] = static_cast<char>(i * 31 + 7);
-    kvtest::writeAll(a, payload);
-
-    std::string dest = b;
-    EXPECT_EQ(callFn(FileCopyTo, nullptr, 0, dest.data()), -1);
+    writeAll(a, payload);
+    EXPECT_EQ(callFn(FileCopyTo, nullptr, 0, b.c_str()), -1);
     EXPECT_EQ(callFn(FileCopyTo, a.c_str(), 0, nullptr), -1);
-    kvtest::writeAll(b, std::string(50000, 'x'));  // an older, longer destination is replaced
-    EXPECT_EQ(callFn(FileCopyTo, a.c_str(), 0, dest.data()), 0);
-    EXPECT_TRUE(kvtest::readAll(b) == payload);
-    // The destination is deleted before the source is opened, even when that then fails.
-    std::string missing = dir / "none.bin";
-    EXPECT_EQ(callFn(FileCopyTo, missing.c_str(), 0, dest.data()), -1);
-    EXPECT_FALSE(kvtest::exists(b));
-    EXPECT_EQ(callFn(FileCopyTo, a.c_str(), 0, dest.data()), 0);
-    std::string noFolder = dir / "no/such/folder.bin";
-    EXPECT_EQ(callFn(FileCopyTo, a.c_str(), 0, noFolder.data()), -1);
-
-    // Copying onto itself deletes the source before opening it.
-    std::string self = a;
-    EXPECT_EQ(callFn(FileCopyTo, a.c_str(), 0, self.data()), -1);
-    EXPECT_FALSE(kvtest::exists(a));
-
-    std::string target = c;
-    EXPECT_EQ(callFn(FileRename, b.c_str(), 0, target.data()), 0);
-    EXPECT_FALSE(kvtest::exists(b));
-    EXPECT_TRUE(kvtest::readAll(c) == payload);
-    EXPECT_EQ(callFn(FileRename, nullptr, 0, target.data()), -1);
+    writeAll(b, std::string(50000, 'x'));  // an older, longer destination is replaced
+    EXPECT_EQ(callFn(FileCopyTo, a, 0, b), 0);
+    EXPECT_TRUE(readAll(b) == payload);
+    EXPECT_EQ(callFn(FileCopyTo, dir / "none.bin", 0, b), -1);  // the destination is deleted first
+    EXPECT_FALSE(exists(b));
+    EXPECT_EQ(callFn(FileCopyTo, a, 0, b), 0);
+    EXPECT_EQ(callFn(FileCopyTo, a, 0, dir / "no/such/folder.bin"), -1);
+    EXPECT_EQ(callFn(FileCopyTo, a, 0, a), -1);  // onto itself: the source is deleted first
+    EXPECT_FALSE(exists(a));
+    EXPECT_EQ(callFn(FileRename, b, 0, c), 0);
+    EXPECT_FALSE(exists(b));
+    EXPECT_TRUE(readAll(c) == payload);
+    EXPECT_EQ(callFn(FileRename, nullptr, 0, c.c_str()), -1);
     EXPECT_EQ(callFn(FileRename, c.c_str(), 0, nullptr), -1);
-
-    EXPECT_EQ(callFn(FileDelete, c.c_str()), 0);
-    EXPECT_FALSE(kvtest::exists(c));
+    EXPECT_EQ(callFn(FileDelete, c), 0);
+    EXPECT_FALSE(exists(c));
     EXPECT_EQ(callFn(FileDelete, nullptr), -1);
 }
 
 TEST(Frame, FolderListing) {
     TempDir dir;
-    kvtest::writeAll(dir / "one.txt", "1");
-    kvtest::writeAll(dir / ".hidden", "h");
+    writeAll(dir / "one.txt", "1");
+    writeAll(dir / ".hidden", "h");
     char out[512];
-
     EXPECT_EQ(callFn(GetFile, nullptr, 0, out), -1);  // nothing open yet
     EXPECT_EQ(callFn(CloseFolder), -1);
-    EXPECT_EQ(callFn(OpenFolder, (dir / "missing").c_str()), -1);
+    EXPECT_EQ(callFn(OpenFolder, dir / "missing"), -1);
     EXPECT_EQ(callFn(OpenFolder, nullptr), -1);
-
-    ASSERT_EQ(callFn(OpenFolder, dir.path.c_str()), 0);
-    std::multiset<std::string> names;
-    float r;
-    while ((r = callFn(GetFile, nullptr, 0, out)) == 0) names.insert(out);
-    EXPECT_EQ(r, -3);
-    EXPECT_EQ(names, (std::multiset<std::string>{".", "..", ".hidden", "one.txt"}));
-    EXPECT_EQ(callFn(GetFile, nullptr, 0, out), -3);  // still open after the last entry
+    for (int round = 0; round < 2; ++round) {  // opening again while open starts a new listing
+        ASSERT_EQ(callFn(OpenFolder, dir.path), 0);
+        std::multiset<std::string> names;
+        float r;
+        while ((r = callFn(GetFile, nullptr, 0, out)) == 0) names.insert(out);
+        EXPECT_EQ(r, -3);
+        EXPECT_EQ(names, (std::multiset<std::string>{".", "..", ".hidden", "one.txt"}));
+        EXPECT_EQ(callFn(GetFile, nullptr, 0, out), -3);  // still open after the last entry
+    }
     EXPECT_EQ(callFn(CloseFolder), 0);
     EXPECT_EQ(callFn(CloseFolder), -1);
     EXPECT_EQ(callFn(GetFile, nullptr, 0, out), -1);
-
-    // Opening again while a listing is open starts a new listing.
-    ASSERT_EQ(callFn(OpenFolder, dir.path.c_str()), 0);
-    ASSERT_EQ(callFn(OpenFolder, dir.path.c_str()), 0);
-    int count = 0;
-    while (callFn(GetFile, nullptr, 0, out) == 0) ++count;
-    EXPECT_EQ(count, 4);
-    EXPECT_EQ(callFn(CloseFolder), 0);
 }
 
-TEST(Frame, HelloWorldWritesItsLine) {
-    testing::internal::CaptureStdout();
-    Kelvane4 k;
-    k.HelloWorld("hello from the plug-in");
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "hello from the plug-in\n");
+TEST(FileOps, PathSplittingAndTheNameBasedFolderTest) {
+    for (auto [path, mode, part] : std::vector<std::tuple<const char*, int, const char*>>{
+             {"/a/b/c.tar.gz", 1, "/a/b/"}, {"/a/b/c.tar.gz", 2, "c.tar"}, {"/a/b/c.tar.gz", 3, "/a/b/c.tar"},
+             {"/a/b/c.tar.gz", 4, ".gz"}, {"/a/b/c.tar.gz", 6, "c.tar.gz"}, {"/a/b/c.tar.gz", 0, "/a/b/c.tar.gz"},
+             {"/a/b/c.tar.gz", 5, "/a/b/c.tar.gz"}, {"/a/b/c.tar.gz", -1, "/a/b/c.tar.gz"},
+             {"C:\\parts\\arm.obj", 1, "C:\\parts\\"}, {"C:\\parts\\arm.obj", 2, "arm"}, {"arm.obj", 1, ""},
+             {"arm", 2, "arm"}, {"arm", 3, "arm"}, {"/x.y/arm", 3, "/x"} /* the last dot of the whole path */,
+             {"/x.y/arm", 2, "arm"}})
+        EXPECT_EQ(FileNameExtract(path, mode), part) << path << " " << mode;
+    EXPECT_THROW(FileNameExtract("/a/b/c", 4), std::out_of_range);
+    for (auto [path, isFolder] : std::vector<std::pair<const char*, bool>>{
+             {"/a/b.c", false}, {"/a.b/c", true}, {"", true}, {"name.", false}, {"/a.b/c.d/", true}, {"x.y\\", true}, {"a\\b.c", false}})
+        EXPECT_EQ(IsDirectory(path), isFolder) << path;
+}
+
+TEST(FileOps, EmptyFolderAppendsABackslashAndDeletesDottedNames) {
+    TempDir dir;
+    // A path without a trailing backslash is opened with one appended: no such folder here.
+    std::filesystem::create_directory(dir / "plain");
+    writeAll(dir / "plain/keep.txt", "k");
+    EXPECT_EQ(callFn(EmptyFolder, dir / "plain"), -1);
+    EXPECT_TRUE(exists(dir / "plain/keep.txt"));
+    EXPECT_EQ(callFn(EmptyFolder, nullptr), -1);
+    // A folder whose path ends in a backslash is listed; each entry's full name is the folder
+    // path followed directly by the entry name. The first two entries listed are skipped.
+    const std::string box = dir / "box\\";
+    std::filesystem::create_directory(box);
+    for (const char* name : {"a.txt", "b.obj", "c.dat", "d.png", "noext"}) {
+        writeAll(box + "/" + name, "inside");
+        writeAll(box + name, "named by the folder path and entry");
+    }
+    std::vector<std::string> order;
+    DIR* d = opendir(box.c_str());
+    ASSERT_NE(d, nullptr);
+    while (dirent* e = readdir(d)) order.push_back(e->d_name);
+    closedir(d);
+    EXPECT_EQ(callFn(EmptyFolder, box), 0);
+    for (size_t i = 0; i < order.size(); ++i) {
+        if (order[i] == "." || order[i] == "..") continue;
+        const bool deleted = i >= 2 && order[i].find('.') != std::string::npos;
+        EXPECT_EQ(exists(box + order[i]), !deleted) << order[i] << " at position " << i;
+        EXPECT_TRUE(exists(box + "/" + order[i])) << order[i];
+    }
+    EXPECT_TRUE(exists(box + "noext"));  // no dot: taken for a folder and kept
 }

@@ -1,8 +1,13 @@
-// Helpers shared by the tests: temporary folders and whole-file access.
+// Helpers shared by the tests: temporary folders, whole files, big-endian words, calls made the
+// way the host makes them, a sandbox that shows writes outside its output folder, and calls run
+// in a child whose peak memory is measured.
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <string>
+#include <vector>
 
 #include "kelvane/Kelvane4.h"
 
@@ -19,9 +24,14 @@ struct TempDir {
 std::string readAll(const std::string& path);
 void writeAll(const std::string& path, const std::string& bytes);
 bool exists(const std::string& path);
+// The names in a folder, sorted, separated by blanks.
+std::string listing(const std::string& dir);
 
 // Calls an export as the host does, with a scratch memBlock2.
 float callFn(KelvaneFn fn, const char* text = nullptr, double number = 0, const char* mem1 = nullptr);
+inline float callFn(KelvaneFn fn, const std::string& text, double number = 0, const std::string& mem1 = "") {
+    return callFn(fn, text.c_str(), number, mem1.c_str());
+}
 
 // Big-endian words and floats, as the Vyx, vertex, list and project files store them.
 std::string be32(uint32_t v);
@@ -29,5 +39,48 @@ std::string f32(float f);
 
 // Runs a shell command and returns its standard output; status receives the exit status.
 std::string run(const std::string& command, int* status = nullptr);
+
+// A temporary tree: root/in (inputs), root/a/b/out (the output folder), and a marker file in
+// each level around out/, so that writes through "..", absolute names or a wrong folder show
+// up as changes outside out/.
+struct Sandbox {
+    TempDir root;
+    std::string in, out;
+    Sandbox();
+    std::string input(const std::string& name, const std::string& bytes) const;
+    std::map<std::string, std::string> tree() const;     // every file below root ("<dir>" for folders)
+    std::map<std::string, std::string> outside() const;  // the part of tree() outside out/
+    std::map<std::string, std::string> outputs() const;  // the entries of out/
+    void clearOut() const;
+};
+
+// Runs fn in a forked child; result is fn's, growthKiB how far its resident memory peaked above
+// what it was before the call. Side effects on files persist, module state of the child is lost.
+struct Measured {
+    float result = 0;
+    long growthKiB = 0;
+    bool ok = false;  // the child ran the call and reported back
+};
+Measured inChild(const std::function<float()>& fn);
+// Checks that fn, run in a child, passes its own checks and peaks within a small multiple of
+// inputBytes plus a fixed amount (not under AddressSanitizer, whose quarantine keeps freed
+// memory resident).
+void expectBoundedInChild(size_t inputBytes, const std::function<void()>& fn);
+
+// AddressSanitizer's shadow memory and quarantine keep freed memory resident.
+constexpr bool kUnderAsan =
+#if defined(__SANITIZE_ADDRESS__)
+    true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+    true;
+#else
+    false;
+#endif
+#else
+    false;
+#endif
+
+bool oneOf(float r, const std::vector<float>& codes);
 
 }  // namespace kvtest

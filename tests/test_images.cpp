@@ -1,0 +1,379 @@
+// Images: the BMP crop byte for byte against a model of the image, and the PSD operations
+// (header codes, swap and stencil, grayscale, merging with a key colour, seam healing, thumbnails).
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <cmath>
+#include <cstdio>
+#include <string>
+
+#include "imagefiles.h"
+#include "testutil.h"
+// After the other headers: these declare the module globals `offset`, `img`, `offst`, `fHeader`.
+#include "BmpOps.h"
+#include "PsdOps.h"
+
+using namespace kvtest;
+
+namespace {
+
+// What cropping makeBmp(width, height) at startColumn with cropWidth must give.
+std::string expectedCrop(int width, int height, int startColumn, int cropWidth) {
+    std::string s = makeBmp(width, height).substr(0, 54);
+    const int newHeight = height - 3, dataSize = (cropWidth * 3 + paddingOf(cropWidth)) * newHeight;
+    putLE(s, 2, uint32_t(54 + dataSize));
+    putLE(s, 18, uint32_t(cropWidth));
+    putLE(s, 22, uint32_t(newHeight));
+    putLE(s, 34, uint32_t(dataSize));
+    for (int r = 0; r < newHeight; ++r) {
+        for (int c = 0; c < cropWidth; ++c)
+            for (int ch = 0; ch < 3; ++ch) s += sample(r + 1, startColumn + c, ch);
+        s.append(size_t(paddingOf(cropWidth)), '\0');
+    }
+    return s;
+}
+
+void setWidth(double w) { CropBMP_SetWidth(nullptr, w, nullptr, nullptr); }
+
+unsigned char at(const std::string& s, size_t i) { return static_cast<unsigned char>(s[i]); }
+
+float call(KelvaneFn fn, const std::string& text, double number, const std::string& mem1 = "") {
+    return callFn(fn, text, number, mem1);
+}
+
+}  // namespace
+
+TEST(BmpCrop, ByteExactForEveryPaddingOfSourceAndCrop) {
+    TempDir dir;
+    for (int width : {5, 6, 7, 8}) {  // source rows padded by 1, 2, 3, 0
+        const std::string src = dir / ("w" + std::to_string(width) + ".bmp"), dst = dir / "out.bmp";
+        writeAll(src, makeBmp(width, 7));
+        for (int cropWidth : {1, 2, 3, 4})  // crop rows padded by 1, 2, 3, 0
+            for (int column : {0, width - cropWidth}) {
+                SCOPED_TRACE(std::to_string(width) + " " + std::to_string(cropWidth) + " " + std::to_string(column));
+                setWidth(cropWidth);
+                ASSERT_EQ(callFn(CropBMPfile, src, column + 0.9, dst), 0);  // the column is truncated
+                EXPECT_EQ(readAll(dst), expectedCrop(width, 7, column, cropWidth));
+                EXPECT_TRUE(bmpV.empty());
+            }
+    }
+    // A region reaching past the right edge reads on into the next stored row, inside the file.
+    writeAll(dir / "in.bmp", makeBmp(4, 6));
+    setWidth(2);
+    ASSERT_EQ(callFn(CropBMPfile, dir / "in.bmp", 3, dir / "out.bmp"), 0);
+    const std::string wrapped = readAll(dir / "out.bmp");
+    for (int ch = 0; ch < 3; ++ch) {
+        EXPECT_EQ(wrapped[54 + size_t(ch)], sample(1, 3, ch));
+        EXPECT_EQ(wrapped[54 + 3 + size_t(ch)], sample(2, 0, ch));
+    }
+    setWidth(50);
+}
+
+TEST(BmpCrop, RefusalsWriteNothing) {
+    TempDir dir;
+    const std::string good = dir / "good.bmp", dst = dir / "out.bmp", full = makeBmp(10, 8);
+    writeAll(good, full);
+    auto refused = [&](const std::string& bytes, int startByte, int width) {
+        writeAll(dir / "bad.bmp", bytes);
+        const float r = cropBMP((dir / "bad.bmp").c_str(), dst.c_str(), startByte, width);
+        EXPECT_FALSE(exists(dst));
+        EXPECT_TRUE(bmpV.empty());
+        return r;
+    };
+    std::string notBmp = full, lying = full;
+    notBmp[0] = 'P';
+    putLE(lying, 2, uint32_t(full.size() - 120));
+    EXPECT_EQ(cropBMP(nullptr, dst.c_str(), 0, 2), -1760);
+    EXPECT_EQ(refused(notBmp, 0, 2), -7);
+    EXPECT_EQ(refused(makeBmp(10, 2), 0, 2), -7);                      // height below 3
+    EXPECT_EQ(refused(full.substr(0, full.size() - 20), 0, 2), -7);    // rows the bytes cannot hold
+    EXPECT_EQ(refused(lying.substr(0, full.size() - 120), 0, 2), -7);  // ... even when the size field agrees
+    // Rows of 32 bytes: the region may run on into the two unread rows, never past the file.
+    EXPECT_EQ(refused(full, 91, 2), -7);
+    EXPECT_EQ(refused(full, -33, 2), -7);  // before the pixel data
+    EXPECT_EQ(refused(full, 0, -1), -7);
+    EXPECT_EQ(cropBMP(good.c_str(), (dir / "no/such/folder.bmp").c_str(), 0, 2), -5);
+    EXPECT_EQ(cropBMP(good.c_str(), nullptr, 0, 2), -5);
+    EXPECT_TRUE(bmpV.empty());
+    putLE(lying, 2, 0xFFFFFFFFu);  // the size field alone is not looked at
+    writeAll(dir / "lying.bmp", lying);
+    EXPECT_EQ(cropBMP((dir / "lying.bmp").c_str(), dst.c_str(), 0, 2), 0);
+    setWidth(2);
+    EXPECT_EQ(callFn(CropBMPfile, good, 1431655766, dir / "wrap.bmp"), -7);  // times 3 is beyond 32 bits (it wraps to 2)
+    EXPECT_FALSE(exists(dir / "wrap.bmp"));
+    setWidth(50);
+    EXPECT_EQ(cropBMP(good.c_str(), dst.c_str(), 90, 2), 0);
+    EXPECT_EQ(cropBMP(good.c_str(), dst.c_str(), 3 * 3, 4), 0);  // after the failures: its own file only
+    EXPECT_EQ(readAll(dst), expectedCrop(10, 8, 3, 4));
+
+    // Rows of 0 bytes and a large height: a crop of any bytes is refused, one of no bytes does
+    // not walk the rows, and an output of no bytes at all is written empty.
+    std::string zeroWidth = makeBmp(1, 4);
+    putLE(zeroWidth, 18, 0);
+    putLE(zeroWidth, 22, 0x7FFFFFFF);
+    writeAll(good, zeroWidth);
+    EXPECT_EQ(cropBMP(good.c_str(), dst.c_str(), 0, 1), -7);
+    EXPECT_EQ(cropBMP(good.c_str(), dst.c_str(), 0, 0), 0);
+    EXPECT_EQ(readAll(dst).size(), 54u);
+    std::string noHeader = makeBmp(5, 3);  // pixel data from offset 0, no row left to crop
+    putLE(noHeader, 10, 0);
+    writeAll(good, noHeader);
+    EXPECT_EQ(cropBMP(good.c_str(), dst.c_str(), 0, 5), 0);
+    EXPECT_EQ(readAll(dst).size(), 0u);
+    // Rows of 12 bytes: a crop of 15 reads on into the next rows, and into the unread ones.
+    writeAll(good, makeBmp(3, 6));
+    ASSERT_EQ(cropBMP(good.c_str(), dst.c_str(), 0, 5), 0);
+    const std::string wide = readAll(dst);
+    ASSERT_EQ(wide.size(), 54u + 3 * 16);
+    EXPECT_EQ(wide.substr(54, 15), makeBmp(3, 6).substr(54 + 12, 15));
+    EXPECT_EQ(wide.substr(54 + 32, 15), makeBmp(3, 6).substr(54 + 36, 15));
+}
+
+TEST(PsdHeader, CodesAndDataOffset) {
+    TempDir dir;
+    const std::string f = dir / "h.psd";
+    auto parse = [&](const std::string& bytes) {
+        writeAll(f, bytes);
+        return loadPSD(f.c_str()) ? readPSDHeader() : -100;
+    };
+    const Psd good = uniform(2, 3, {1, 2, 3});
+    EXPECT_EQ(parse(good.bytes()), 0);
+    EXPECT_EQ(offst, 40);  // 34 + layer length word + compression word
+    EXPECT_EQ(fHeader.rows, 2u);
+    EXPECT_EQ(fHeader.columns, 3u);
+    EXPECT_EQ(img.size(), good.bytes().size() + 1);  // the last byte is read twice
+    EXPECT_EQ(img.back(), img[img.size() - 2]);
+    Psd sections = good, published = good, colourData = good, packed = good;
+    sections.resources = "resour";
+    sections.layers = "layerlayer";
+    EXPECT_EQ(parse(sections.bytes()), 0);
+    EXPECT_EQ(offst, 34 + 6 + 4 + 10 + 2);
+    std::string bad = good.bytes();
+    bad[3] = 'B';
+    published.version = std::string("\x00\x01", 2);
+    colourData.colourModeLength = 4;
+    packed.compression = 1;
+    EXPECT_EQ(parse(bad), -1);
+    EXPECT_EQ(parse(published.bytes()), -2);
+    EXPECT_EQ(parse(colourData.bytes()), -3);
+    EXPECT_EQ(parse(packed.bytes()), -4);
+    std::string lying = sections.bytes();
+    lying[33] = '\x7f';  // resources length about 2^31
+    EXPECT_EQ(parse(lying), -1);
+    EXPECT_EQ(SwapColorsPSD(nullptr, 0, nullptr, nullptr), -1);
+}
+
+namespace {
+
+// Pixel k of the first three planes of a PSD whose data starts at dataAt, as "r,g,b".
+std::string pixel(const std::string& s, size_t dataAt, size_t planeSize, size_t k) {
+    return std::to_string(at(s, dataAt + k)) + "," + std::to_string(at(s, dataAt + planeSize + k)) + "," +
+           std::to_string(at(s, dataAt + 2 * planeSize + k));
+}
+
+}  // namespace
+
+TEST(PsdConvert, SwapStencilAndGrayscale) {
+    TempDir dir;
+    const std::string f = dir / "c.psd", gray = dir / "gray.psd";
+    const Rgb source[8] = {{0, 0, 0}, {255, 0, 0}, {0x12, 0x34, 0x56}, {0, 0, 0}, {255, 255, 254}, {255, 255, 255}, {101, 101, 101}, {10, 20, 30}};
+    Psd p;
+    p.rows = 2, p.columns = 4, p.channels = 4, p.resources = "RES";
+    p.pixels([&](size_t k) { return source[k]; });
+    p.planes += "ALPHA!!!";  // a fourth channel, left alone
+    p.tail = "tail";
+    const std::string original = p.bytes();
+    const size_t data = 34 + 3 + 4 + 2;
+    // Colour numbers are red * 65536 + green * 256 + blue; the in-colour replaces the key colour.
+    const struct {
+        KelvaneFn fn;
+        double inColour, key;
+        const char* pixels;
+    } cases[] = {
+        {SwapColorsPSD, 0, 16777215, "255,255,255 255,0,0 18,52,86 255,255,255 255,255,254 255,255,255 101,101,101 10,20,30 "},
+        {SwapColorsPSD, 0x123456, 0x0000FF, "0,0,0 255,0,0 0,0,255 0,0,0 255,255,254 255,255,255 101,101,101 10,20,30 "},
+        {MakeStencilPSD, 0, 16777215, "0,0,0 255,255,255 255,255,255 0,0,0 255,255,255 255,255,255 255,255,255 255,255,255 "},
+    };
+    for (const auto& c : cases) {
+        writeAll(f, original);
+        SetInColor(nullptr, c.inColour, nullptr, nullptr);
+        ASSERT_EQ(call(c.fn, f, c.key), 0);
+        const std::string out = readAll(f);
+        std::string pixels;
+        for (size_t k = 0; k < 8; ++k) pixels += pixel(out, data, 8, k) + " ";
+        EXPECT_EQ(pixels, c.pixels);
+        EXPECT_EQ(out.substr(0, data), original.substr(0, data));
+        EXPECT_EQ(out.substr(data + 24), original.substr(data + 24) + "l");  // the last byte, repeated
+    }
+    SetInColor(nullptr, 0, nullptr, nullptr);
+
+    // Gray with weights 0.333 (+ 0.5, truncated); a level above 100 moves g to g - (255 - g) * (level - 1) / 155.
+    writeAll(f, original);
+    for (auto [level, grays] : std::vector<std::pair<double, const char*>>{
+             {-4, "0 85 52 0 254 255 101 20 "}, {std::nan(""), "0 85 52 0 254 255 101 20 "},
+             {100.9, "0 0 0 0 254 255 3 0 "}, {300, "0 0 0 0 0 255 0 0 "}}) {
+        EXPECT_EQ(call(RGBtoGrayscale, f, level, gray), 0);
+        const std::string out = readAll(gray);
+        ASSERT_EQ(out.size(), data + 8);  // one plane; the other channels and the tail are dropped
+        std::string values;
+        for (size_t k = 0; k < 8; ++k) values += std::to_string(at(out, data + k)) + " ";
+        EXPECT_EQ(values, grays) << level;
+        std::string header = original.substr(0, data);
+        header[12] = 1, header[13] = 0, header[24] = 1, header[25] = 0;  // one channel, mode grayscale
+        EXPECT_EQ(out.substr(0, data), header);
+    }
+    EXPECT_EQ(readAll(f), original);  // the source stays as it was
+    Psd grayIn = uniform(1, 2, {9, 9, 9});
+    grayIn.mode = 1;
+    writeAll(f, grayIn.bytes());
+    EXPECT_EQ(call(RGBtoGrayscale, f, 0, gray), -3);
+    EXPECT_EQ(call(CreateThumbnail, f, 16), -3);
+    writeAll(f, original);
+    EXPECT_EQ(call(RGBtoGrayscale, f, 0, dir / "no/such/dir.psd"), -5);
+}
+
+TEST(PsdMerge, KeyColourShowsTheSecondImage) {
+    TempDir dir;
+    const std::string first = dir / "first.psd", second = dir / "second.psd";
+    const Rgb red{255, 0, 0}, top[4] = {red, {1, 2, 3}, red, {255, 0, 1}};
+    Psd a, b;  // b's sections differ in length, so its data lies elsewhere
+    a.rows = a.columns = b.rows = b.columns = 2;
+    a.pixels([&](size_t k) { return top[k]; });
+    b.channels = 4, b.resources = "0123456789", b.tail = "bottom";
+    b.pixels([](size_t k) { return Rgb{int(40 + k), int(50 + k), int(60 + k)}; });
+    b.planes += "AAAA";
+    const std::string aBytes = a.bytes(), bBytes = b.bytes();
+    const size_t bData = 34 + 10 + 4 + 2;
+    for (auto [key, pixels] : std::vector<std::pair<double, const char*>>{
+             {16711680, "40,50,60 1,2,3 42,52,62 255,0,1 "},  // pure red is transparent
+             {0x010204, "255,0,0 1,2,3 255,0,0 255,0,1 "}}) {  // a key no pixel has
+        writeAll(first, aBytes);
+        writeAll(second, bBytes);
+        ASSERT_EQ(call(MergePSDfiles, first, key, second), 0);
+        const std::string out = readAll(first);
+        std::string got;
+        for (size_t k = 0; k < 4; ++k) got += pixel(out, bData, 4, k) + " ";
+        EXPECT_EQ(got, pixels);
+        EXPECT_EQ(out.substr(0, bData), bBytes.substr(0, bData));
+        EXPECT_EQ(out.substr(bData + 12), bBytes.substr(bData + 12) + "m");
+        EXPECT_EQ(readAll(second), bBytes);
+    }
+    // Failures leave the first file as it was.
+    Psd published = b;
+    published.version = std::string("\x00\x01", 2);
+    for (auto [firstBytes, secondBytes, code] : std::vector<std::tuple<std::string, std::string, float>>{
+             {aBytes, uniform(2, 3, red).bytes(), -6}, {aBytes, published.bytes(), -2}, {aBytes, "", -1}, {published.bytes(), bBytes, -2}}) {
+        writeAll(first, firstBytes);
+        writeAll(second, secondBytes);
+        if (secondBytes.empty()) std::remove(second.c_str());
+        EXPECT_EQ(call(MergePSDfiles, first, 0, second), code);
+        EXPECT_EQ(readAll(first), firstBytes);
+    }
+}
+
+TEST(PsdHeal, FixedRowsAndColumnsFromTheFirstImage) {
+    TempDir dir;
+    const std::string first = dir / "first.psd", second = dir / "second.psd";
+    const uint32_t h = 120, w = 110;
+    auto image = [&](int seed) {
+        Psd p;
+        p.rows = h, p.columns = w, p.tail = "T";
+        p.planes.resize(3 * size_t{h} * w);
+        for (size_t k = 0; k < p.planes.size(); ++k)
+            p.planes[k] = static_cast<char>(seed + (k / (h * w)) * 50 + (k / w % h) * 3 + (k % w) * 7);
+        return p.bytes();
+    };
+    const std::string a = image(0), b = image(1);
+    // Row r of plane p, columns from c on, count samples.
+    auto run = [&](const std::string& s, size_t p, size_t r, size_t c, size_t count) { return s.substr(40 + p * h * w + r * w + c, count); };
+    writeAll(first, a);
+    writeAll(second, b);
+    ASSERT_EQ(call(HealPSDfiles, first, std::nan(""), second), 0);  // NaN: rows
+    std::string out = readAll(first);
+    ASSERT_EQ(out.size(), b.size() + 1);
+    EXPECT_EQ(out.substr(40 + 3 * h * w), "TT");
+    for (size_t p = 0; p < 3; ++p)  // rows 0..9 from 50..59, the last ten from 40..49
+        for (auto [r, from] : std::vector<std::pair<size_t, const std::string*>>{{0, &a}, {9, &a}, {10, &b}, {h - 11, &b}, {h - 10, &a}, {h - 1, &a}})
+            EXPECT_EQ(run(out, p, r, 0, w), run(*from, p, from == &a ? (r < 10 ? r + 50 : r - (h - 10) + 40) : r, 0, w)) << p << " " << r;
+    writeAll(first, a);
+    ASSERT_EQ(call(HealPSDfiles, first, 1, second), 0);  // columns: 0, 1 from 50, 51; the last two from 48, 49
+    out = readAll(first);
+    for (size_t p = 0; p < 3; ++p) {
+        for (size_t r : {size_t(0), size_t(1), size_t(h - 1)}) EXPECT_EQ(run(out, p, r, 0, w), run(b, p, r, 0, w)) << r;
+        for (size_t r : {size_t(2), size_t(60), size_t(h - 2)}) {
+            EXPECT_EQ(run(out, p, r, 0, 2), run(a, p, r, 50, 2));
+            EXPECT_EQ(run(out, p, r, 2, w - 4), run(b, p, r, 2, w - 4));
+            EXPECT_EQ(run(out, p, r, w - 2, 2), run(a, p, r, 48, 2));
+        }
+    }
+    // Below 100 in either direction: -9; a size mismatch: -6; a second file cut short: refused.
+    for (auto [bytes, code] : std::vector<std::pair<std::string, float>>{
+             {uniform(100, 99, {1, 1, 1}).bytes(), -9}, {uniform(99, 100, {1, 1, 1}).bytes(), -9}, {uniform(100, 100, {1, 1, 1}).bytes(), -6}}) {
+        writeAll(first, bytes);
+        EXPECT_EQ(call(HealPSDfiles, first, 1, second), code);
+        EXPECT_EQ(readAll(first), bytes);
+    }
+    writeAll(first, a);
+    for (size_t at : {size_t(30), size_t(34)}) {  // sections reaching past the end: no planes to patch
+        std::string cut = b;
+        cut.replace(at, 4, "\xFF\xFF\xFF\x7F");
+        writeAll(second, cut);
+        EXPECT_EQ(call(HealPSDfiles, first, 0, second), -1) << at;
+        EXPECT_EQ(readAll(first), a);
+    }
+    for (size_t cut : {size_t(20), size_t(39), size_t(40 + h * w), a.size() - 2}) {
+        writeAll(second, b.substr(0, cut));
+        EXPECT_TRUE(oneOf(call(HealPSDfiles, first, 1, second), {-1, -2, -3, -4, -6})) << cut;
+        EXPECT_EQ(readAll(first), a);
+    }
+}
+
+TEST(PsdThumbnail, CentredOnBlackAndAreaAveraged) {
+    TempDir dir;
+    ASSERT_EQ(::mkdir((dir / "set.v2").c_str(), 0755), 0);
+    // Counts the samples of a size x size thumbnail inside the box [left, left + bw) x
+    // [top, top + bh) that are not c, and outside it that are not black.
+    auto wrong = [](const std::string& t, uint32_t size, size_t left, size_t top, size_t bw, size_t bh, Rgb c) {
+        int inside = 0, outside = 0;
+        const int want[3] = {c.r, c.g, c.b};
+        for (size_t p = 0; p < 3; ++p)
+            for (size_t y = 0; y < size; ++y)
+                for (size_t x = 0; x < size; ++x) {
+                    const bool in = x >= left && x < left + bw && y >= top && y < top + bh;
+                    const int v = at(t, 40 + p * size * size + y * size + x);
+                    inside += in && v != want[p];
+                    outside += !in && v != 0;
+                }
+        return std::to_string(inside) + "/" + std::to_string(outside);
+    };
+    const std::string src = dir / "set.v2/wide.psd", thumb = dir / "set.v2/wide_thumb.psd", tall = dir / "set.v2/tall";
+    writeAll(src, uniform(100, 200, {10, 200, 30}).bytes());
+    ASSERT_EQ(call(CreateThumbnail, src, 64), 0);
+    std::string t = readAll(thumb);
+    ASSERT_EQ(t.size(), 40u + 3 * 64 * 64);
+    EXPECT_EQ(t.substr(0, 40), uniform(64, 64, {0, 0, 0}).bytes().substr(0, 40));
+    EXPECT_EQ(wrong(t, 64, 0, 16, 64, 32, {10, 200, 30}), "0/0");  // 64 x 32 in rows 16..47
+    writeAll(tall, uniform(150, 50, {250, 0, 128}).bytes());  // no extension: the name gets the suffix
+    ASSERT_EQ(call(CreateThumbnail, tall, 30), 0);
+    EXPECT_EQ(wrong(readAll(tall + "_thumb.psd"), 30, 10, 0, 10, 30, {250, 0, 128}), "0/0");  // columns 10..19
+    writeAll(tall, uniform(1, 2, {7, 8, 9}).bytes());  // enlarged
+    ASSERT_EQ(call(CreateThumbnail, tall, 8.7), 0);
+    EXPECT_EQ(wrong(readAll(tall + "_thumb.psd"), 8, 0, 2, 8, 4, {7, 8, 9}), "0/0");
+    // A one-pixel checkerboard shrunk by 4 averages to mid-gray; picking pixels would give 0 or 255.
+    Psd board;
+    board.rows = board.columns = 64;
+    board.pixels([](size_t k) {
+        const int v = ((k / 64 + k % 64) % 2) * 255;
+        return Rgb{v, v, v};
+    });
+    writeAll(src, board.bytes());
+    ASSERT_EQ(call(CreateThumbnail, src, 16), 0);
+    t = readAll(thumb);
+    for (size_t i = 40; i < t.size(); ++i) ASSERT_NEAR(at(t, i), 127.5, 1.0) << "sample " << i - 40;
+    EXPECT_EQ(call(CreateThumbnail, src, 0.5), -9);
+    EXPECT_EQ(call(CreateThumbnail, src, 4097), -9);
+    ASSERT_EQ(std::remove(thumb.c_str()), 0);
+    ASSERT_EQ(::mkdir(thumb.c_str(), 0755), 0);  // the thumbnail's name is taken by a folder
+    EXPECT_EQ(call(CreateThumbnail, src, 16), -5);
+}

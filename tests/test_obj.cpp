@@ -1,0 +1,467 @@
+// OBJ processing as a posing round uses it: the polygroup list, the append that builds the
+// combined mesh, the splits of the posed mesh by group and by list, the vertex transfer back
+// into the parts, the face-count map and the unique names.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "leanOBJ.h"
+#include "testutil.h"
+#include "util/text.h"
+
+using namespace kvtest;
+using namespace std::string_literals;
+
+namespace {
+
+std::string vytFile(const std::vector<vertexS>& vs) {
+    std::string s = be32(10001) + be32(uint32_t(16 + 12 * vs.size())) + be32(uint32_t(vs.size())) + be32(0);
+    for (const vertexS& v : vs) s += f32(v.x) + f32(v.y) + f32(v.z);
+    return s;
+}
+
+void setList(std::initializer_list<std::pair<const char*, int>> records) {
+    clearGroupsList();
+    for (auto [name, faces] : records) addToGroupsList(name, faces);
+}
+
+std::vector<int32_t> faceIndices(std::string_view line) {
+    std::vector<int32_t> out;
+    std::string scratch;
+    obj::forEachFaceIndex(line, scratch, [&](int32_t i) { out.push_back(i); });
+    return out;
+}
+
+}  // namespace
+
+TEST(ObjRules, LineKindsAndFaceIndices) {
+    using obj::LineKind;
+    for (auto [line, kind] : std::vector<std::pair<const char*, LineKind>>{
+             {"v 1 2 3", LineKind::Vertex}, {"vt 0.5 0.5", LineKind::Other}, {" v 1 2 3", LineKind::Other},
+             {"v", LineKind::Other}, {"fo 1 2", LineKind::Face}, {"g", LineKind::Group}, {"# c", LineKind::Comment}})
+        EXPECT_EQ(obj::classify(line), kind) << line;
+    using V = std::vector<int32_t>;
+    for (auto [line, want] : std::vector<std::pair<const char*, V>>{
+             {"f 12/40/7 3//1 9/1\r", {12, 3, 9}},
+             {"f12 3", {2, 3}},  // the second character is skipped unchecked
+             {"f 5 +6 -7 x 8", {5, 6, -7}},
+             {"f 1.5 2", {1}},  // the read stops inside "1.5"
+             {"f 4294967297 1", {}},
+             {"f 3/1 12345678901/1 1/1", {3}},
+             {"f -/1 3/1", {}},
+             {"f /1  +4/1 2\t5/1 6", {4, 2, 5, 6}},
+             {"f 2147483647 -2147483648", {2147483647, INT32_MIN}},
+             {"f", {}}})
+        EXPECT_EQ(faceIndices(line), want) << line;
+}
+
+// The line scanner finds line feeds 64 bytes at a time and the vertex reader has a fast path
+// for short decimals: both against plain references on random input.
+TEST(ObjRules, ScannerAndVertexReaderMatchReferences) {
+    std::mt19937 rng(77);
+    for (int round = 0; round < 300; ++round) {
+        std::string buf(rng() % 300, 'x');
+        for (char& c : buf) c = "ab\n\r v"[rng() % (round % 2 ? 6 : 3)];
+        std::vector<std::string> want, got;
+        for (size_t at = 0; at < buf.size();) {
+            const size_t nl = std::min(buf.find('\n', at), buf.size());
+            want.push_back(buf.substr(at, nl - at));
+            at = nl + 1;
+        }
+        kv::LineScanner lines(buf.data(), buf.size());
+        for (std::string_view l; lines.next(l);) got.emplace_back(l);
+        ASSERT_EQ(got, want) << round;
+    }
+    std::vector<std::string> texts = {"16777217", "16777219", "-16777217.0", "16777217.00000001", "16777216.99999999",
+                                      "0.1", "3.4028235e38", "1e-3", "0.000000000000000000001", "123456789012345678901",
+                                      "+1.5", "-2e1", ".25", "abc", "1e-50", "1e-40", "1e39", "-1e39", "-inf", "nan",
+                                      "1.5e", "+.5", "0x1p3", "5.", ".", "1e+", "1e-9999999999999", "1e9999999999999",
+                                      "--1", "+-1", "1.5x", "3.4028236e38", "7E2"};
+    for (int round = 0; round < 20000; ++round) {
+        char text[64];
+        std::snprintf(text, sizeof text, "%s%.*f", rng() % 2 ? "-" : "", int(rng() % 12),
+                      double(uint64_t(rng()) * rng() % 100000000000000ull) / std::pow(10.0, 1 + int(rng() % 12)));
+        texts.push_back(text);
+    }
+    // Vertex lines are read as a standard input stream reads "v x y z".
+    for (const std::string& t : texts) {
+        const std::string line = "v  " + t + "\t" + t + " " + t + "\r";
+        std::istringstream in(line);
+        std::string word;
+        float want[3] = {0, 0, 0};
+        in >> word >> want[0] >> want[1] >> want[2];
+        const vertexS v = obj::parseVertex(line);
+        ASSERT_EQ((std::array{std::bit_cast<uint32_t>(v.x), std::bit_cast<uint32_t>(v.y), std::bit_cast<uint32_t>(v.z)}),
+                  (std::array{std::bit_cast<uint32_t>(want[0]), std::bit_cast<uint32_t>(want[1]), std::bit_cast<uint32_t>(want[2])}))
+            << line;
+    }
+}
+
+TEST(GroupList, AddNameSaveLoad) {
+    TempDir dir;
+    clearGroupsList();
+    EXPECT_EQ(callFn(GroupListSize), -1);
+    EXPECT_EQ(callFn(GroupListSave, dir / "l.bin"), -1);
+    EXPECT_EQ(callFn(GroupListAdd, "A", 0.9), -2);  // truncated to 0
+    EXPECT_EQ(callFn(GroupListAdd, nullptr, 3), -1);
+    EXPECT_EQ(callFn(GroupListAdd, nullptr, std::nan("")), -2);
+    EXPECT_EQ(callFn(GroupListAdd, "A", 10), 0);
+    EXPECT_EQ(callFn(GroupListAdd, "B", 5.7), 0);
+    EXPECT_EQ(faceIndex, 15);
+    EXPECT_EQ(callFn(GroupListSize), 2);
+    char out[256] = "x";
+    for (auto [number, code, name] : std::vector<std::tuple<double, float, const char*>>{
+             {1.9, 0, "B"}, {2, 0, "null"}, {-0.5, 0, "A"}, {-1, -1, "A"}, {std::nan(""), -1, "A"}}) {
+        EXPECT_EQ(callFn(GroupListGetName, nullptr, number, out), code) << number;
+        EXPECT_STREQ(out, name);
+    }
+    const std::string file = dir / "l.bin";
+    EXPECT_EQ(callFn(GroupListSave, nullptr), -9);
+    EXPECT_EQ(callFn(GroupListSave, file), 0);
+    std::string a("A"), b("B");
+    a.resize(128, '\0'), b.resize(128, '\0');
+    EXPECT_EQ(readAll(file), a + be32(0) + be32(10) + b + be32(10) + be32(15));
+
+    callFn(GroupListClear);
+    EXPECT_EQ(faceIndex, 0);
+    EXPECT_EQ(callFn(GroupListLoad, file), 0);
+    EXPECT_EQ(callFn(GroupListSize), 2);
+    EXPECT_EQ(faceIndex, 0);  // not recomputed from the records
+    EXPECT_EQ(callFn(GroupListAdd, "C", 4), 0);
+    EXPECT_EQ(groupsList[2].firstFace, 0);
+    // A failed load still empties the list.
+    EXPECT_EQ(callFn(GroupListLoad, dir / "missing.bin"), -3);
+    EXPECT_EQ(callFn(GroupListSize), -1);
+    EXPECT_EQ(callFn(GroupListLoad, nullptr), -9);
+    clearGroupsList();
+}
+
+TEST(AppendOBJ, RewritesGroupsAndFacesAcrossParts) {
+    TempDir dir;
+    clearGroupsList();
+    const std::string part = dir / "Arm_L.obj", combined = dir / "combined.obj";
+    writeAll(part, "# a part\nf 1 2 3\ng default\nv 0 0 0\nv 1 0 0\r\nv 1 1 0\nv 0 1 0\nvt 0.5 0.5\nvn 0 0 1\n"
+                   "vfoo\nusemtl skin\ng body\nf 1/1/1 2/2/2 3/3/3\nf 3//1 4//1 1//1 2//1\r\nf\n");
+    EXPECT_EQ(callFn(AppendOBJ, part, 100, combined), 4);
+    const std::string once = "f 101 102 103 \ng Arm_L\nv 0 0 0\nv 1 0 0\r\nv 1 1 0\nv 0 1 0\n"
+                             "g Arm_L\nf 101 102 103 \nf 103 104 101 102 \nf \n";
+    EXPECT_EQ(readAll(combined), once);
+    // A second part (no "g" line) continues the face count and grows the file at its end.
+    std::filesystem::create_directory(dir / "sub");
+    writeAll(dir / "sub/Cube.part.obj", "v 0 0 0\nv 1 0 0\nv 1 1 0\nf 1 2 3\nf 3 2 1\n");
+    EXPECT_EQ(callFn(AppendOBJ, dir / "sub/Cube.part.obj", 4.9, combined), 3);
+    EXPECT_EQ(readAll(combined), once + "v 0 0 0\nv 1 0 0\nv 1 1 0\nf 5 6 7 \nf 7 6 5 \n");
+    ASSERT_EQ(groupsList.size(), 2u);
+    EXPECT_STREQ(groupsList[1].name, "Cube.part");
+    EXPECT_EQ(groupsList[0].endFace, 4);
+    EXPECT_EQ(groupsList[1].firstFace, 4);
+    EXPECT_EQ(groupsList[1].endFace, 6);
+    // Failures change neither the file nor the list.
+    EXPECT_EQ(callFn(AppendOBJ, nullptr, 0, combined.c_str()), -9);
+    EXPECT_EQ(callFn(AppendOBJ, part.c_str(), 0, nullptr), -9);
+    EXPECT_EQ(faceIndex, 6);
+    // The indices are shifted in 64 bits, by offsets at the 32-bit limits.
+    writeAll(part, "v 0 0 0\ng a\nf 1 -1 2147483647 4294967295\n");
+    EXPECT_EQ(callFn(AppendOBJ, part, 2147483647.0, dir / "big.obj"), 1);
+    EXPECT_EQ(callFn(AppendOBJ, part, -2147483648.0, dir / "big.obj"), 1);
+    EXPECT_EQ(readAll(dir / "big.obj"), "v 0 0 0\ng Arm_L\nf 2147483648 2147483646 4294967294 \n"
+                                        "v 0 0 0\ng Arm_L\nf -2147483647 -2147483649 -1 \n");
+    clearGroupsList();
+}
+
+// The lean split: one file of vertex lines per group, named by its vertex count, never overwritten.
+TEST(SplitOBJ, FilesNamedByVertexCountWithVerbatimLines) {
+    TempDir dir;
+    const std::string in = dir / "posed.obj", out = dir / "parts/x.obj";
+    writeAll(in, "# posed\nv 1.0 0 0\r\nv 2 0 0\nv 3 0 0 0.5\nvt 0 0\nvn 0 0 1\nv 4 0 0\nv 5 0 0\n"
+                 "g b\nf 3/1/1 4/2/1 5/3/1\nf 1 2 3\ng a\nf 1 99 -2 2\ng b\nf 1 2 3\n");
+    std::filesystem::create_directory(dir / "parts");
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(callFn(SplitOBJ, in, 0, out), 0);
+    EXPECT_EQ(listing(dir / "parts"), "2.obj 2_copy1.obj 2_copy2.obj 5.obj 5_copy1.obj 5_copy2.obj ");
+    EXPECT_EQ(readAll(dir / "parts/2.obj"), "v 1.0 0 0\r\nv 2 0 0\n");
+    EXPECT_EQ(readAll(dir / "parts/5_copy2.obj"), "v 1.0 0 0\r\nv 2 0 0\nv 3 0 0 0.5\nv 4 0 0\nv 5 0 0\n");
+
+    // Two groups of one count: the name sorting first gets the plain name. Index 0 gives the
+    // placeholder line; faces before the first "g" join the first name met.
+    TempDir d2;
+    writeAll(d2 / "in.obj", "v 1 1 1\nv 2 2 2\nf 0 1\ng zz\ng aa\nf 2\nf 1\ng zzz\n");
+    EXPECT_EQ(callFn(SplitOBJ, d2 / "in.obj", 0, d2 / "o"), -2);  // group zzz has no face
+    EXPECT_EQ(listing(d2.path), "2.obj 2_copy1.obj in.obj ");
+    EXPECT_EQ(readAll(d2 / "2.obj"), "v 1 1 1\nv 2 2 2\n");                // aa
+    EXPECT_EQ(readAll(d2 / "2_copy1.obj"), "#start of vector\nv 1 1 1\n");  // zz
+    EXPECT_EQ(callFn(SplitOBJ, nullptr, 0, out.c_str()), -2);
+    EXPECT_EQ(callFn(SplitOBJ, in.c_str(), 0, nullptr), -2);
+    // No group: nothing written. Vertex lines of any length are copied whole.
+    const std::string longLine = "v 1 2 3" + std::string(70000, ' ') + "4";
+    writeAll(d2 / "none.obj", "v 1 1 1\nf 1 1 1\n");
+    writeAll(d2 / "long.obj", longLine + "\nv 5 6 7\ng L\nf 2 1\n");
+    TempDir d3;
+    EXPECT_EQ(callFn(SplitOBJ, d2 / "none.obj", 0, d3 / "o"), 0);
+    EXPECT_EQ(callFn(SplitOBJ, d2 / "long.obj", 0, d3 / "o"), 0);
+    EXPECT_EQ(listing(d3.path), "2.obj ");
+    EXPECT_EQ(readAll(d3 / "2.obj"), longLine + "\nv 5 6 7\n");
+}
+
+TEST(SplitOBJtoVyx, VertexFilesNamedByGroup) {
+    TempDir dir;
+    const std::string in = dir / "posed.obj";
+    writeAll(in, "v 1 2 3\nv -0.5 4 1e2\nv 7 8 9\nvt 1 1\nv 10 11 12\n"
+                 "g Body\nf 1/1 2/1 3/1\nf 3 2 1\ng Arm_L\nf 4 0 9\ng Empty\n");
+    EXPECT_EQ(callFn(SplitOBJtoVyx, in, 0, dir / "o.Vyt"), 0);
+    EXPECT_EQ(readAll(dir / "Body.Vyt"), vytFile({{1, 2, 3}, {-0.5f, 4, 100}, {7, 8, 9}}));
+    EXPECT_EQ(readAll(dir / "Body.Vyt").substr(16, 12), "\x3F\x80\0\0\x40\0\0\0\x40\x40\0\0"s);
+    EXPECT_EQ(readAll(dir / "Arm_L.Vyt"), vytFile({{10, 11, 12}}));
+    EXPECT_EQ(readAll(dir / "Empty.Vyt"), vytFile({}));
+    EXPECT_EQ(callFn(SplitOBJtoVyx, in, 0, dir / "o.Vyt"), 0);
+    EXPECT_EQ(listing(dir.path), "Arm_L.Vyt Arm_L_copy1.Vyt Body.Vyt Body_copy1.Vyt Empty.Vyt Empty_copy1.Vyt posed.obj ");
+    EXPECT_EQ(callFn(SplitOBJtoVyx, nullptr, 0, in.c_str()), -2);
+    // A name with "/" lands in a subfolder, which must exist; a NUL byte is in no file name.
+    writeAll(in, "v 1 1 1\ng sub/part\nf 1\n");
+    EXPECT_EQ(callFn(SplitOBJtoVyx, in, 0, dir / "x"), -3);
+    std::filesystem::create_directory(dir / "sub");
+    EXPECT_EQ(callFn(SplitOBJtoVyx, in, 0, dir / "x"), 0);
+    EXPECT_EQ(readAll(dir / "sub/part.Vyt"), vytFile({{1, 1, 1}}));
+    for (const std::string& text : {"v 0 0 0\nv 1 1 1\ng a\0b\nf 1 2\n"s, "v 0 0 0\ng \0\nf 1\n"s}) {
+        writeAll(in, text);
+        EXPECT_EQ(callFn(SplitOBJtoVyx, in, 0, dir / "x"), -3);
+    }
+    EXPECT_FALSE(exists(dir / "a"));
+}
+
+// Faces that span the whole mesh in every group: the vertex sets must stay right when they
+// outgrow their bit sets and fall back to sorted lists (many duplicates, descending order).
+TEST(SplitOBJtoVyx, GroupsSpanningTheWholeMesh) {
+    TempDir dir;
+    const int n = 200000;
+    std::string text;
+    for (int i = 1; i < n; ++i) text += "v 1 1 1\n";
+    text += "v 9 9 9\n";
+    for (int g = 0; g < 100; ++g) text += "g g" + std::to_string(100 + g) + "\nf 1 " + std::to_string(n) + "\n";
+    text += "g zz\nf " + std::to_string(n) + " 100 3\n";
+    for (int f = 0; f < 5000; ++f) text += "f 2 3 1\n";
+    text += "g g100\nf " + std::to_string(n) + "\n";  // continues the first group
+    writeAll(dir / "wide.obj", text);
+    ASSERT_EQ(callFn(SplitOBJtoVyx, dir / "wide.obj", 0, dir / "o"), 0);
+    for (int g = 0; g < 100; ++g)
+        ASSERT_EQ(readAll(dir / ("g" + std::to_string(100 + g) + ".Vyt")), vytFile({{1, 1, 1}, {9, 9, 9}})) << g;
+    EXPECT_EQ(readAll(dir / "zz.Vyt"), vytFile({{1, 1, 1}, {1, 1, 1}, {1, 1, 1}, {1, 1, 1}, {9, 9, 9}}));
+}
+
+const char* kFourFaces =
+    "v 1 0 0\nv 2 0 0\r\nv 3 0 0\nvt 0 0\nv 4 0 0\nv 5 0 0 0.5\nv 6 0 0\ng ignored\n"
+    "f 1/1/1 2/1/1 3/1/1\nf 1 2 3\n# between\nf 3 4 5\nf 5//2 4//2 3//2\n";
+
+// The list split: the records' face ranges, not the file's groups, choose the faces.
+TEST(ListSplit, FaceRangesSharedVerticesAndNames) {
+    const std::string v123 = "v 1 0 0\nv 2 0 0\r\nv 3 0 0\n", v345 = "v 3 0 0\nv 4 0 0\nv 5 0 0 0.5\n";
+    const struct {
+        std::vector<std::pair<const char*, int>> records;
+        float code;
+        std::vector<std::pair<std::string, std::string>> files;
+        const char* listing;
+    } cases[] = {
+        {{{"B", 2}, {"A", 2}}, 0, {{"B.obj", v123}, {"A.obj", v345}}, "A.obj B.obj c.obj "},
+        // A duplicate name gets no file but takes its faces; the last record takes what is left.
+        {{{"A", 1}, {"A", 1}, {"C", 1}}, 0, {{"A.obj", v123}, {"C.obj", v345}}, "A.obj C.obj c.obj "},
+        // A record without faces takes the faces after it: the next record gets nothing.
+        {{{"P", 2}, {"Q", 0}, {"R", 2}}, 0, {{"P.obj", v123}, {"Q.obj", v345}, {"R.obj", ""}}, "P.obj Q.obj R.obj c.obj "},
+        // "a/sub" sorts before "b" and fails (no such folder): "b" is not written.
+        {{{"b", 2}, {"a/sub", 2}}, -3, {}, "c.obj "},
+        {{{"b", 2}, {"../up", 2}}, -3, {}, "c.obj "},
+        {{}, -5, {}, "c.obj "},
+    };
+    for (const auto& c : cases) {
+        TempDir dir;
+        writeAll(dir / "c.obj", kFourFaces);
+        clearGroupsList();
+        for (auto [name, faces] : c.records) addToGroupsList(name, faces);
+        EXPECT_EQ(callFn(ListSplitOBJtoOBJ, dir / "c.obj", 0, dir / "x"), c.code);
+        for (const auto& [name, text] : c.files) EXPECT_EQ(readAll(dir / name), text) << name;
+        EXPECT_EQ(listing(dir.path), c.listing);
+    }
+    TempDir dir;
+    writeAll(dir / "c.obj", "v 1 2 3\nv 4 5 6\nv 7 8 9\nvt 1 1\nf 1/5 2/5 3/5\nf 3 0 -1 7 2 1\nf 1 2 3\n");
+    setList({{"Tri", 3}, {"Empty", 2}});
+    EXPECT_EQ(callFn(ListSplitOBJtoVyx, dir / "c.obj", 0, dir / "x"), 0);
+    EXPECT_EQ(readAll(dir / "Tri.Vyt"), vytFile({{1, 2, 3}, {4, 5, 6}, {7, 8, 9}}));
+    EXPECT_EQ(readAll(dir / "Empty.Vyt"), vytFile({}));
+    EXPECT_EQ(callFn(ListSplitOBJtoVyx, dir / "c.obj", 0, dir / "x"), 0);
+    EXPECT_EQ(readAll(dir / "Tri_copy1.Vyt"), readAll(dir / "Tri.Vyt"));
+    EXPECT_EQ(callFn(ListSplitOBJtoVyx, dir / "none.obj", 0, dir / "x"), -1);
+    EXPECT_EQ(callFn(ListSplitOBJtoOBJ, dir / "none.obj", 0, dir / "x"), -1);
+    EXPECT_EQ(callFn(ListSplitOBJtoVyx, dir / "c.obj", 0, dir / "no/such/x"), -3);
+    EXPECT_EQ(callFn(ListSplitOBJtoVyx, nullptr, 0, dir.path.c_str()), -2);
+    EXPECT_EQ(callFn(ListSplitOBJtoOBJ, "x", 0, nullptr), -2);
+    clearGroupsList();
+}
+
+TEST(ListSplit, FaceCountsAndUniqueNames) {
+    clearGroupsList();
+    EXPECT_EQ(callFn(CreateFacesList), -5);
+    setList({{"A", 10}, {"B", 5}, {"A", 3}});
+    EXPECT_EQ(callFn(GetFaces, "A"), -1);  // not built yet
+    EXPECT_EQ(callFn(CreateFacesList), 0);
+    EXPECT_EQ(callFn(GetFaces, "A"), 10);  // the first record's count is kept
+    EXPECT_EQ(callFn(GetFaces, "B"), 5);
+    EXPECT_EQ(callFn(GetFaces, "C"), -1);
+    EXPECT_EQ(callFn(GetFaces, nullptr), -1);
+    groupsList.clear();
+    EXPECT_EQ(callFn(CreateFacesList), -5);  // an empty list leaves the map as it was
+    EXPECT_EQ(callFn(GetFaces, "B"), 5);
+    callFn(GroupListClear);
+    EXPECT_EQ(callFn(GetFaces, "B"), -1);
+
+    callFn(ClearNameSet);
+    char out[256];
+    for (auto [name, unique] : std::vector<std::pair<const char*, const char*>>{
+             {"Arm", "Arm"}, {"Arm", "Arm_copy1"}, {"Arm", "Arm_copy2"}, {"Arm_copy1", "Arm_copy3"},
+             {"hand_copycat", "hand_copycat"}, {"hand_copycat", "hand_copy1"}, {"arm", "arm"}}) {
+        EXPECT_EQ(callFn(CheckName, name, 0, out), 0);
+        EXPECT_STREQ(out, unique);
+    }
+    callFn(ClearNameSet);
+    EXPECT_EQ(callFn(CheckName, "Arm", 0, out), 0);
+    EXPECT_STREQ(out, "Arm");
+    EXPECT_EQ(callFn(CheckName, nullptr, 0, out), -1);
+    callFn(ClearNameSet);
+}
+
+TEST(SwapVertices, TransfersThePosedVerticesIntoThePart) {
+    TempDir dir;
+    std::string newV, mesh = "# cube\nmtllib c.mtl\n", rest;
+    for (int i = 0; i < 8; ++i) newV += "v " + std::to_string(i) + " 5 5\n", mesh += "v 0 0 " + std::to_string(i) + "\n";
+    for (int i = 0; i < 6; ++i) rest += "vt 0." + std::to_string(i) + " 0\n";
+    rest += "g Cube\n\n";
+    for (int i = 0; i < 6; ++i) rest += "f 1/1 2/2 3/3 " + std::to_string(i + 4) + "/4\r\n";
+    mesh += rest + "#end\n";
+    writeAll(dir / "cube.obj", mesh);
+    writeAll(dir / "8.obj", newV);
+    EXPECT_EQ(callFn(SwapVertices, dir / "8.obj", 0, dir / "cube.obj"), 0);
+    EXPECT_EQ(readAll(dir / "8.obj"), newV + "mtllib c.mtl\n" + rest);
+    EXPECT_EQ(readAll(dir / "cube.obj"), mesh);  // only read
+    writeAll(dir / "7.obj", newV.substr(0, newV.rfind("v ")));  // the counts are not compared
+    EXPECT_EQ(callFn(SwapVertices, dir / "7.obj", 0, dir / "cube.obj"), 0);
+    EXPECT_EQ(callFn(SwapVertices, dir / "fresh.obj", 0, dir / "missing.obj"), -20);
+    EXPECT_EQ(readAll(dir / "fresh.obj"), "");
+    writeAll(dir / "novert.obj", "# x\nvt 0 0\nf 1 2 3\n");
+    EXPECT_EQ(callFn(SwapVertices, dir / "fresh.obj", 0, dir / "novert.obj"), -30);
+    EXPECT_EQ(readAll(dir / "fresh.obj"), "vt 0 0\nf 1 2 3\n");
+    EXPECT_EQ(callFn(SwapVertices, nullptr, 0, "x"), -2);
+    EXPECT_EQ(callFn(SwapVertices, "x", 0, nullptr), -2);
+
+    // The in-place variant rewrites a mesh only when the vertex counts match.
+    const std::string m = dir / "mesh.obj", part = "# old\nv 0 0 0\nvt 1 1\nv 1 1 1\nf 1/1 2/1 1/1\n";
+    writeAll(m, part);
+    writeAll(dir / "two.obj", "g x\nv 5 5 5\nv 6 6 6\r\n");
+    EXPECT_FALSE(LeanSwapVerts((dir / "8.obj").c_str(), m.c_str()));
+    EXPECT_FALSE(LeanSwapVerts((dir / "novert.obj").c_str(), m.c_str()));
+    EXPECT_FALSE(LeanSwapVerts((dir / "two.obj").c_str(), (dir / "missing").c_str()));
+    EXPECT_EQ(readAll(m), part);
+    EXPECT_TRUE(LeanSwapVerts((dir / "two.obj").c_str(), m.c_str()));
+    EXPECT_EQ(readAll(m), "# written by Kelvane plugin for Vandor\nv 5 5 5\nv 6 6 6\r\nvt 1 1\nf 1/1 2/1 1/1\n");
+}
+
+// The posing round's invariant on random parts: append them, split the combined mesh by group
+// and by list, and each part comes back with its own vertex lines, the same either way.
+TEST(PosingRound, RandomPartsComeBackWhole) {
+    std::mt19937 rng(4242);
+    for (int round = 0; round < 4; ++round) {
+        TempDir dir;
+        clearGroupsList();
+        const std::string combined = dir / "combined.obj";
+        std::vector<std::pair<std::string, std::string>> parts;  // name, vertex lines
+        int offset = 0;
+        for (int p = 0, n = 2 + int(rng() % 5); p < n; ++p) {
+            size_t verts;
+            do verts = 1 + rng() % 50;
+            while (std::any_of(parts.begin(), parts.end(), [&](auto& q) { return size_t(std::count(q.second.begin(), q.second.end(), '\n')) == verts; }));
+            std::string text = rng() % 2 ? "g x\n" : "", lines, faces;
+            for (size_t i = 0; i < verts; ++i) lines += "v " + std::to_string(rng() % 1000) + ".25 -1 " + std::to_string(i) + "\n";
+            for (size_t f = 0, nf = 1 + rng() % 20; f < nf; ++f) {
+                faces += "f";
+                for (int c = 0; c < 3 + int(rng() % 2); ++c) faces += " " + std::to_string(1 + rng() % verts) + (c % 2 ? "/1/1" : "//2");
+                faces += "\n";
+            }
+            for (size_t i = 1; i <= verts; ++i) faces += "f " + std::to_string(i) + "\n";  // every vertex in a face
+            const std::string name = "part" + std::to_string(rng() % 1000) + "_" + std::to_string(p);
+            writeAll(dir / (name + ".obj"), text + lines + "vt 0 0\ng y\n" + faces);
+            offset += int(callFn(AppendOBJ, dir / (name + ".obj"), offset, combined));
+            parts.emplace_back(name, lines);
+        }
+        for (const char* sub : {"list", "lean"}) std::filesystem::create_directory(dir / sub);
+        for (KelvaneFn fn : {ListSplitOBJtoOBJ, ListSplitOBJtoVyx}) ASSERT_EQ(callFn(fn, combined, 0, dir / "list/"), 0);
+        for (KelvaneFn fn : {SplitOBJ, SplitOBJtoVyx}) ASSERT_EQ(callFn(fn, combined, 0, dir / "lean/"), 0);
+        for (const auto& [name, lines] : parts) {
+            EXPECT_EQ(readAll(dir / ("list/" + name + ".obj")), lines) << name;
+            EXPECT_EQ(readAll(dir / ("lean/" + std::to_string(std::count(lines.begin(), lines.end(), '\n')) + ".obj")), lines);
+            EXPECT_EQ(readAll(dir / ("list/" + name + ".Vyt")), readAll(dir / ("lean/" + name + ".Vyt"))) << name;
+            // Transferred back, the part keeps its other lines after the new vertices.
+            const std::string vfile = dir / ("list/" + name + ".obj");
+            ASSERT_EQ(callFn(SwapVertices, vfile, 0, dir / (name + ".obj")), 0);
+            EXPECT_EQ(readAll(vfile).substr(0, lines.size()), lines);
+            EXPECT_NE(readAll(vfile).find("vt 0 0\ng y\nf"), std::string::npos);
+        }
+    }
+    clearGroupsList();
+}
+
+// The splits scan large inputs on several threads, cut at line ends into chunks: every output
+// must be the one a single scan gives, wherever the chunk borders fall. Random meshes with groups
+// named again, faces before the first group, CR line ends and list records whose ranges overlap,
+// run out early or are empty.
+TEST(ListSplit, ChunkedScansMatchTheSingleScan) {
+    std::mt19937 rng(2024);
+    TempDir dir;
+    auto splitAll = [&](const std::string& mesh, const std::string& out) {
+        std::filesystem::create_directories(out);
+        std::string all;  // the results (a group without faces ends a split with -2), then the files
+        for (KelvaneFn split : {SplitOBJ, SplitOBJtoVyx, ListSplitOBJtoOBJ, ListSplitOBJtoVyx})
+            all += std::to_string(callFn(split, mesh, 0, out + "/")) + " ";
+        for (const auto& e : std::filesystem::directory_iterator(out)) all += e.path().filename().string() + ":" + readAll(e.path()) + "|";
+        std::filesystem::remove_all(out);
+        return all;
+    };
+    for (int round = 0; round < 40; ++round) {
+        std::string mesh;
+        const char* eol = round % 3 ? "\n" : "\r\n";
+        int vertices = 0, faces = 0;
+        for (int line = 0, lines = 50 + int(rng() % 400); line < lines; ++line) {
+            const auto kind = rng() % 10;
+            if (kind < 4) {
+                mesh += "v " + std::to_string(vertices++) + ".5 " + std::to_string(rng() % 100) + " -1" + eol;
+            } else if (kind < 8 && vertices > 0) {
+                mesh += "f";
+                for (int k = 0; k < 3; ++k) mesh += " " + std::to_string(1 + rng() % vertices) + (k ? "/1" : "");
+                mesh += eol;
+                ++faces;
+            } else {
+                mesh += (kind == 8 ? "g G" + std::to_string(rng() % 5) : std::string("# comment")) + eol;
+            }
+        }
+        writeAll(dir / "mesh.obj", mesh);
+        clearGroupsList();
+        for (int r = 0; r < 5; ++r) {
+            groupID g{};
+            std::snprintf(g.name, sizeof g.name, "R%d", r);
+            g.endFace = r == 4 ? faces + 5 : int32_t(rng() % (faces + 2)) - 1;
+            groupsList.push_back(g);
+        }
+        obj::setScanThreads(1, 1);
+        const std::string single = splitAll(dir / "mesh.obj", dir / "one");
+        for (unsigned threads : {2u, 3u, 7u}) {
+            obj::setScanThreads(threads, 1 + rng() % 40);
+            EXPECT_EQ(splitAll(dir / "mesh.obj", dir / "many"), single) << "round " << round << ", " << threads << " threads";
+        }
+    }
+    obj::setScanThreads(0, size_t(8) << 20);
+    clearGroupsList();
+}
