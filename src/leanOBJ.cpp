@@ -135,13 +135,21 @@ struct IndexSet {
 
     // Takes in the indices of other (which is left empty): words at a time where both are bit
     // sets, else one by one.
+    // Widens this bit set to cover the range of other's words; false when this is (or becomes)
+    // a list, or other holds no words.
+    bool coversRange(const IndexSet& other, uint64_t& budget) {
+        if (sparse || other.words.empty()) return false;
+        if (other.lo < lo && !grow(other.lo, budget)) return false;
+        const uint64_t top = other.lo + other.nbits - 1;
+        return top < lo + nbits || grow(top, budget);
+    }
+
     void absorb(IndexSet& other, uint64_t& budget) {
         if (words.empty() && !sparse) {
             std::swap(*this, other);
             return;
         }
-        if (!other.sparse && !sparse && !other.words.empty() && (other.lo >= lo || grow(other.lo, budget)) &&
-            !sparse && (other.lo + other.nbits <= lo + nbits || grow(other.lo + other.nbits - 1, budget))) {
+        if (!other.sparse && coversRange(other, budget)) {
             const size_t at = static_cast<size_t>((other.lo - lo) / 64);
             for (size_t w = 0; w < other.words.size(); ++w) words[at + w] |= other.words[w];
         } else if (other.sparse) {
