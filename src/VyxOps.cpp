@@ -357,8 +357,9 @@ std::set<UV_tile> tilesOf(const char* records, uint32_t count, UV_tile* last) {
 // value) and its fraction, moved into [0, 1) when negative; negative zero stays as it is.
 float reduce(float c, int32_t& index) {
     if (c < 0) c -= 1.0f;
-    float whole = 0;
-    float fraction = std::modf(c, &whole);
+    // modf's parts, computed here: C libraries differ in the sign they give a zero fraction.
+    const float whole = std::trunc(c);
+    const float fraction = std::isinf(c) ? std::copysign(0.0f, c) : std::copysign(c - whole, c);
     index = kv::toInt(whole);
     return fraction < 0 ? fraction + 1.0f : fraction;
 }
