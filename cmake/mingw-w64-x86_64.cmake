@@ -14,5 +14,7 @@ set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "-static")
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-static")
-# CTest runs the test programs, and lists their tests, through Wine.
-set(CMAKE_CROSSCOMPILING_EMULATOR wine)
+# CTest runs the test programs, and lists their tests, through Wine (its 64-bit loader itself:
+# Debian's wrapper script would ask for a 32-bit Wine on every start).
+find_program(KELVANE_WINE NAMES wine64 wine PATHS /usr/lib/wine REQUIRED)
+set(CMAKE_CROSSCOMPILING_EMULATOR ${KELVANE_WINE})
