@@ -11,6 +11,7 @@ export WINEPREFIX=$PWD/build-windows/wine WINEDEBUG=-all WINEDLLOVERRIDES="mscor
 export WINEARCH=win64
 stop() { wineserver -k 2>/dev/null || true; wineserver -w 2>/dev/null || true; }
 trap stop EXIT
+mkdir -p "$WINEPREFIX"
 wineserver -p </dev/null >/dev/null 2>&1
-wineboot -i </dev/null >/dev/null 2>&1
+wineboot -i </dev/null >/dev/null 2>&1  # creates the prefix on the first run
 ctest --preset windows -j2
