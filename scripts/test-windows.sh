@@ -12,6 +12,9 @@ export WINEARCH=win64
 stop() { wineserver -k 2>/dev/null || true; wineserver -w 2>/dev/null || true; }
 trap stop EXIT
 mkdir -p "$WINEPREFIX"
+# The prefix is made (or brought up to date) and its first server has ended before the one for
+# the run starts: a prefix still being set up cannot create COM objects such as the dialog.
+wineboot -i </dev/null >/dev/null 2>&1
+wineserver -w
 wineserver -p </dev/null >/dev/null 2>&1
-wineboot -i </dev/null >/dev/null 2>&1  # creates the prefix on the first run
 ctest --preset windows -j2
