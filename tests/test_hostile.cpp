@@ -13,13 +13,11 @@
 
 #include "VyxOps.h"
 #include "imagefiles.h"
-#include "testutil.h"
+#include "meshfiles.h"
 
 using namespace kvtest;
 
 namespace {
-
-const uint32_t kTri = 0xFFFFFFFFu;
 
 const std::vector<float> kSound = {0, -6, -9}, kBroken = {-1, -2, -3, -4, -5, -6, -9},
                          kEither = {0, -1, -2, -3, -4, -5, -6, -9};
@@ -53,29 +51,19 @@ void allPsdOperations(const Sandbox& box, const std::string& bytes, const std::v
 
 // A Vyx mesh: three vertices, three colours, two faces, UVs in tiles 00 and 10, the end block.
 struct Mesh {
-    std::string bytes = std::string(32, 'H');
-    size_t vertexAt, colourAt, faceAt, uvAt, endAt;
+    std::string bytes;
+    size_t vertexAt = 32, colourAt = vertexAt + 52, faceAt = colourAt + 28, uvAt = faceAt + 48, endAt = uvAt + 80;
     Mesh() {
-        vertexAt = bytes.size();
-        bytes += be32(kVyxVertexTag) + be32(16 + 36) + be32(3) + be32(0);
-        for (float c : {0.f, 1.f, 2.f, 3.f, 4.f, 5.f, 6.f, 7.f, 8.f}) bytes += f32(c);
-        colourAt = bytes.size();
-        bytes += be32(kVyxColourTag) + be32(16 + 12) + be32(3) + be32(0) + be32(0x10203000) + be32(0x40506000) + be32(0x70809000);
-        faceAt = bytes.size();
-        bytes += be32(kVyxFaceTag) + be32(16 + 32) + be32(2) + be32(0);
-        for (uint32_t i : {0u, 1u, 2u, kTri, 2u, 1u, 0u, kTri}) bytes += be32(i);
-        uvAt = bytes.size();
-        bytes += be32(kVyxUVTag) + be32(16 + 64) + be32(2) + be32(0);
-        for (float c : {0.5f, 0.5f, 0.f, 0.f, 1.f, 1.f, 0.f, 0.f, 1.5f, 0.5f, 0.f, 0.f, 1.f, 1.f, 0.f, 0.f}) bytes += f32(c);
-        endAt = bytes.size();
-        bytes += std::string(16, '\0');
+        VyxBuilder b;
+        b.vertices({0, 1, 2, 3, 4, 5, 6, 7, 8}).colours({0x10203000, 0x40506000, 0x70809000}).faces({0, 1, 2, kTri, 2, 1, 0, kTri});
+        bytes = b.uvs({0.5f, 0.5f, 0, 0, 1, 1, 0, 0, 1.5f, 0.5f, 0, 0, 1, 1, 0, 0}).end().bytes;
     }
 };
 
 std::string vertexFile(uint32_t n) {
-    std::string s = be32(kVyxVertexTag) + be32(16 + 12 * n) + be32(n) + be32(0);
-    for (uint32_t i = 0; i < 3 * n; ++i) s += f32(-float(i));
-    return s;
+    std::vector<float> xyz;
+    for (uint32_t i = 0; i < 3 * n; ++i) xyz.push_back(-float(i));
+    return vytFile(xyz);
 }
 
 bool isCount(float r) { return r >= 0 && r == float(int64_t(r)); }
@@ -144,22 +132,6 @@ void expectOutputsFrom(const Sandbox& box, const std::string& input) {
     }
 }
 
-// A polygroup list file record.
-std::string record(const std::string& name, int32_t first, int32_t end) {
-    std::string r = name.substr(0, 128);
-    r.resize(128, '\0');
-    return r + be32(uint32_t(first)) + be32(uint32_t(end));
-}
-
-std::string prjRecord(uint32_t value, const std::string& name) {
-    std::string r = be32(value) + name;
-    r.resize(516, '\0');
-    return r;
-}
-std::string prjChunk(uint32_t number, const std::string& data) {
-    return be32(number) + be32(uint32_t(16 + data.size())) + be32(0) + be32(0) + data + (data.empty() ? '\0' : data.back());
-}
-
 const std::string kCombined =
     "# combined\nv 0 0 0\nv 1 0 0\nvt 0.5 0.5\nv 0 1 0\nvn 0 0 1\nv 1 1 0\n"
     "g left\nf 1/1 2/1 3/1\nf 2 4 3\ng right\nf 3 4 1\nusemtl x\n";
@@ -172,7 +144,7 @@ struct CutCase {
 };
 
 const Mesh kMesh;
-const std::string kPrj = be32(0) + be32(0) + be32(2) + be32(0) + prjRecord(1, "rest") + prjRecord(2, "up") +
+const std::string kPrj = prjHeader(2) + prjRecord(1, "rest") + prjRecord(2, "up") +
                          prjChunk(31, "first data file") + prjChunk(32, std::string(40, 'b'));
 
 const std::vector<CutCase> kCutCases = {
@@ -226,7 +198,7 @@ const std::vector<CutCase> kCutCases = {
     {"combined OBJ mesh, every OBJ export", kCombined,
      [](const Sandbox& box, const std::string& text, size_t, bool) {
          const std::string obj = box.input("c.obj", text), outPath = box.out + "/x";
-         const std::string list = box.input("g.lst", record("left", 0, 2) + record("right", 2, 3));
+         const std::string list = box.input("g.lst", listRecord("left", 0, 2) + listRecord("right", 2, 3));
          EXPECT_TRUE(oneOf(callFn(SplitOBJ, obj, 0, outPath), {0, -2}));  // -2: a group cut before its face
          EXPECT_EQ(callFn(SplitOBJtoVyx, obj, 0, outPath), 0);
          ASSERT_EQ(callFn(GroupListLoad, list), 0);
@@ -242,7 +214,7 @@ const std::vector<CutCase> kCutCases = {
          box.clearOut();
          callFn(GroupListClear);
      }},
-    {"polygroup list file", record(std::string(128, 'N'), 0, 2) + record("b", 2, 3),
+    {"polygroup list file", listRecord(std::string(128, 'N'), 0, 2) + listRecord("b", 2, 3),
      [](const Sandbox& box, const std::string& bytes, size_t cut, bool) {
          const std::string obj = box.input("c.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2\nf 2 3\nf 3 1\nf 1 1\n");
          ASSERT_EQ(callFn(GroupListLoad, box.input("g.lst", bytes)), 0);
@@ -350,7 +322,7 @@ TEST(Hostile, HeaderFieldsAtTheirLimitsStayWithinMemory) {
 // texts with one 10 MB line of each kind, NUL bytes and odd line ends, each export in a child.
 TEST(Hostile, TenMegabyteInputsStayWithinMemory) {
     Sandbox box;
-    std::string prj = be32(0) + be32(0) + be32(0xFFFFFFFFu) + be32(7);
+    std::string prj = prjHeader(0xFFFFFFFFu, 7);
     const size_t records = (size_t(10) << 20) / 516;
     for (size_t i = 0; i < records; ++i) prj += prjRecord(uint32_t(i + 1), "ref" + std::to_string(i));
     const std::string tail = prjChunk(0, "zero") + prjChunk(0xFFFFFFFFu, std::string(size_t(1) << 20, 'd'));
@@ -375,7 +347,7 @@ TEST(Hostile, TenMegabyteInputsStayWithinMemory) {
     callFn(ClearTPoseList);
 
     std::string list;
-    for (size_t i = 0; list.size() < (size_t(10) << 20); ++i) list += record("g" + std::to_string(i % 1000), int32_t(i), int32_t(i + 1));
+    for (size_t i = 0; list.size() < (size_t(10) << 20); ++i) list += listRecord("g" + std::to_string(i % 1000), int32_t(i), int32_t(i + 1));
     const std::string listPath = box.input("big.lst", list);
     expectBoundedInChild(list.size(), [&] {
         ASSERT_EQ(callFn(GroupListLoad, listPath), 0);
@@ -399,7 +371,7 @@ TEST(Hostile, TenMegabyteInputsStayWithinMemory) {
         "f 1 2 3",
         std::string(1000, '\n'),
     };
-    const std::string groups = box.input("g.lst", record("a", 0, 1) + record("b", 1, 100));
+    const std::string groups = box.input("g.lst", listRecord("a", 0, 1) + listRecord("b", 1, 100));
     for (const std::string& text : texts) {
         SCOPED_TRACE(text.substr(0, 40));
         const std::string obj = box.input("c.obj", text), out = box.out + "/";
@@ -435,7 +407,7 @@ TEST(Hostile, GroupNamesThatLeaveTheFolderOrAreTooLong) {
         const std::string obj = box.input("c.obj", mesh + "g " + name + "\nf 1 2 3\n");
         EXPECT_EQ(callFn(SplitOBJtoVyx, obj, 0, out), -3);
         if (name.size() < 128) {
-            ASSERT_EQ(callFn(GroupListLoad, box.input("g.lst", record(name, 0, 1))), 0);
+            ASSERT_EQ(callFn(GroupListLoad, box.input("g.lst", listRecord(name, 0, 1))), 0);
             EXPECT_EQ(callFn(ListSplitOBJtoOBJ, obj, 0, out), -3);
             EXPECT_EQ(callFn(ListSplitOBJtoVyx, obj, 0, out), -3);
         }

@@ -15,19 +15,13 @@
 #include <vector>
 
 #include "leanOBJ.h"
-#include "testutil.h"
+#include "meshfiles.h"
 #include "util/text.h"
 
 using namespace kvtest;
 using namespace std::string_literals;
 
 namespace {
-
-std::string vytFile(const std::vector<vertexS>& vs) {
-    std::string s = be32(10001) + be32(uint32_t(16 + 12 * vs.size())) + be32(uint32_t(vs.size())) + be32(0);
-    for (const vertexS& v : vs) s += f32(v.x) + f32(v.y) + f32(v.z);
-    return s;
-}
 
 void setList(std::initializer_list<std::pair<const char*, int>> records) {
     clearGroupsList();
@@ -217,9 +211,9 @@ TEST(SplitOBJtoVyx, VertexFilesNamedByGroup) {
     writeAll(in, "v 1 2 3\nv -0.5 4 1e2\nv 7 8 9\nvt 1 1\nv 10 11 12\n"
                  "g Body\nf 1/1 2/1 3/1\nf 3 2 1\ng Arm_L\nf 4 0 9\ng Empty\n");
     EXPECT_EQ(callFn(SplitOBJtoVyx, in, 0, dir / "o.Vyt"), 0);
-    EXPECT_EQ(readAll(dir / "Body.Vyt"), vytFile({{1, 2, 3}, {-0.5f, 4, 100}, {7, 8, 9}}));
+    EXPECT_EQ(readAll(dir / "Body.Vyt"), vytFile({1, 2, 3, -0.5f, 4, 100, 7, 8, 9}));
     EXPECT_EQ(readAll(dir / "Body.Vyt").substr(16, 12), "\x3F\x80\0\0\x40\0\0\0\x40\x40\0\0"s);
-    EXPECT_EQ(readAll(dir / "Arm_L.Vyt"), vytFile({{10, 11, 12}}));
+    EXPECT_EQ(readAll(dir / "Arm_L.Vyt"), vytFile({10, 11, 12}));
     EXPECT_EQ(readAll(dir / "Empty.Vyt"), vytFile({}));
     EXPECT_EQ(callFn(SplitOBJtoVyx, in, 0, dir / "o.Vyt"), 0);
     EXPECT_EQ(listing(dir.path), "Arm_L.Vyt Arm_L_copy1.Vyt Body.Vyt Body_copy1.Vyt Empty.Vyt Empty_copy1.Vyt posed.obj ");
@@ -229,7 +223,7 @@ TEST(SplitOBJtoVyx, VertexFilesNamedByGroup) {
     EXPECT_EQ(callFn(SplitOBJtoVyx, in, 0, dir / "x"), -3);
     std::filesystem::create_directory(dir / "sub");
     EXPECT_EQ(callFn(SplitOBJtoVyx, in, 0, dir / "x"), 0);
-    EXPECT_EQ(readAll(dir / "sub/part.Vyt"), vytFile({{1, 1, 1}}));
+    EXPECT_EQ(readAll(dir / "sub/part.Vyt"), vytFile({1, 1, 1}));
     for (const std::string& text : {"v 0 0 0\nv 1 1 1\ng a\0b\nf 1 2\n"s, "v 0 0 0\ng \0\nf 1\n"s}) {
         writeAll(in, text);
         EXPECT_EQ(callFn(SplitOBJtoVyx, in, 0, dir / "x"), -3);
@@ -252,8 +246,8 @@ TEST(SplitOBJtoVyx, GroupsSpanningTheWholeMesh) {
     writeAll(dir / "wide.obj", text);
     ASSERT_EQ(callFn(SplitOBJtoVyx, dir / "wide.obj", 0, dir / "o"), 0);
     for (int g = 0; g < 100; ++g)
-        ASSERT_EQ(readAll(dir / ("g" + std::to_string(100 + g) + ".Vyt")), vytFile({{1, 1, 1}, {9, 9, 9}})) << g;
-    EXPECT_EQ(readAll(dir / "zz.Vyt"), vytFile({{1, 1, 1}, {1, 1, 1}, {1, 1, 1}, {1, 1, 1}, {9, 9, 9}}));
+        ASSERT_EQ(readAll(dir / ("g" + std::to_string(100 + g) + ".Vyt")), vytFile({1, 1, 1, 9, 9, 9})) << g;
+    EXPECT_EQ(readAll(dir / "zz.Vyt"), vytFile({1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 9, 9, 9}));
 }
 
 const char* kFourFaces =
@@ -292,7 +286,7 @@ TEST(ListSplit, FaceRangesSharedVerticesAndNames) {
     writeAll(dir / "c.obj", "v 1 2 3\nv 4 5 6\nv 7 8 9\nvt 1 1\nf 1/5 2/5 3/5\nf 3 0 -1 7 2 1\nf 1 2 3\n");
     setList({{"Tri", 3}, {"Empty", 2}});
     EXPECT_EQ(callFn(ListSplitOBJtoVyx, dir / "c.obj", 0, dir / "x"), 0);
-    EXPECT_EQ(readAll(dir / "Tri.Vyt"), vytFile({{1, 2, 3}, {4, 5, 6}, {7, 8, 9}}));
+    EXPECT_EQ(readAll(dir / "Tri.Vyt"), vytFile({1, 2, 3, 4, 5, 6, 7, 8, 9}));
     EXPECT_EQ(readAll(dir / "Empty.Vyt"), vytFile({}));
     EXPECT_EQ(callFn(ListSplitOBJtoVyx, dir / "c.obj", 0, dir / "x"), 0);
     EXPECT_EQ(readAll(dir / "Tri_copy1.Vyt"), readAll(dir / "Tri.Vyt"));

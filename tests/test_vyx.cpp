@@ -16,62 +16,14 @@
 
 #include "VyxOps.h"
 #include "kelvane/Kelvane4.h"
-#include "testutil.h"
+#include "meshfiles.h"
 #include "util/numtext.h"
 
 using namespace kvtest;
 
 namespace {
 
-// Builds a Vyx file: a 32-byte header, then blocks appended in order.
-struct VyxBuilder {
-    std::string bytes = std::string(32, '\x5A');
-
-    // A block whose length covers its head and records.
-    VyxBuilder& block(uint32_t tag, uint32_t count, const std::string& records) {
-        return head(tag, static_cast<uint32_t>(16 + records.size()), count, records);
-    }
-    // A block with any head: for malformed files.
-    VyxBuilder& head(uint32_t tag, uint32_t length, uint32_t count, const std::string& records = "") {
-        bytes += be32(tag) + be32(length) + be32(count) + be32(0xC0FFEE) + records;
-        return *this;
-    }
-    VyxBuilder& vertices(const std::vector<float>& xyz) {
-        std::string r;
-        for (float c : xyz) r += f32(c);
-        return block(kVyxVertexTag, static_cast<uint32_t>(xyz.size() / 3), r);
-    }
-    // Entries given as (blue, green, red, unused) bytes.
-    VyxBuilder& colours(const std::vector<uint32_t>& bgrx) {
-        std::string r;
-        for (uint32_t e : bgrx) r += be32(e);
-        return block(kVyxColourTag, static_cast<uint32_t>(bgrx.size()), r);
-    }
-    // Four indices a face; 0xFFFFFFFF as the fourth makes a triangle.
-    VyxBuilder& faces(const std::vector<uint32_t>& abcd) {
-        std::string r;
-        for (uint32_t i : abcd) r += be32(i);
-        return block(kVyxFaceTag, static_cast<uint32_t>(abcd.size() / 4), r);
-    }
-    // Eight floats a face: four (u, v) corners.
-    VyxBuilder& uvs(const std::vector<float>& uv) {
-        std::string r;
-        for (float c : uv) r += f32(c);
-        return block(kVyxUVTag, static_cast<uint32_t>(uv.size() / 8), r);
-    }
-    VyxBuilder& end() {
-        bytes += std::string(16, '\0');
-        return *this;
-    }
-    std::string save(const std::string& path) const {
-        writeAll(path, bytes);
-        return path;
-    }
-};
-
 std::vector<char> bufferOf(const std::string& s) { return {s.begin(), s.end()}; }
-
-const uint32_t kTri = 0xFFFFFFFFu;
 
 const std::string kRgbIntro =
     "# The following RGB block contains Vandor Vertex Color (Chromelay) output as 3 hexadecimal values per vertex. "
