@@ -1,11 +1,10 @@
-// Hostile inputs through every reader: each sound file cut at every offset, counts, sizes and
-// lengths at their limits (each call in a child whose peak memory is measured), and paths no
-// file can have. Every call gives one of its documented codes, leaves its input as it was when
-// it fails and writes nothing outside the output folder.
+// Hostile inputs through every reader: each sound file cut at every offset, group names that
+// leave the output folder, and paths no file can have. Every call gives one of its documented
+// codes, leaves its input as it was when it fails and writes nothing outside the output folder.
+// (Fields at their limits and arbitrary bytes are the fuzz harnesses' work.)
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <limits>
 #include <set>
 #include <sstream>
 #include <string>
@@ -19,8 +18,7 @@ using namespace kvtest;
 
 namespace {
 
-const std::vector<float> kSound = {0, -6, -9}, kBroken = {-1, -2, -3, -4, -5, -6, -9},
-                         kEither = {0, -1, -2, -3, -4, -5, -6, -9};
+const std::vector<float> kSound = {0, -6, -9}, kBroken = {-1, -2, -3, -4, -5, -6, -9};
 
 // Runs every PSD export on bytes as out/a.psd (with a sound second image out/b.psd where one is
 // needed): a failure leaves a.psd whole and writes nothing, a rewrite is one byte longer.
@@ -150,18 +148,6 @@ const std::string kPrj = prjHeader(2) + prjRecord(1, "rest") + prjRecord(2, "up"
 const std::vector<CutCase> kCutCases = {
     {"PSD image, every export", [] { Psd p = uniform(3, 4, {255, 0, 0}); p.resources = "res"; p.layers = "lay"; return p.bytes(); }(),
      [](const Sandbox& box, const std::string& bytes, size_t, bool whole) { allPsdOperations(box, bytes, whole ? kSound : kBroken); }},
-    {"second PSD image of a merge", uniform(2, 3, {7, 8, 9}).bytes(),
-     [](const Sandbox& box, const std::string& bytes, size_t, bool whole) {
-         const std::string a = box.out + "/a.psd", b = box.out + "/b.psd", first = uniform(2, 3, {1, 2, 3}).bytes();
-         writeAll(a, first);
-         writeAll(b, bytes);
-         const float r = callFn(MergePSDfiles, a, 0x010203, b);
-         EXPECT_TRUE(whole ? r == 0 : oneOf(r, {-1, -2, -3, -4, -6})) << r;
-         if (r != 0) {
-             EXPECT_EQ(readAll(a), first);
-         }
-         box.clearOut();
-     }},
     {"BMP image", makeBmp(10, 6),
      [](const Sandbox& box, const std::string& bytes, size_t, bool whole) {
          const std::string src = box.input("s.bmp", bytes), dst = box.out + "/c.bmp";
@@ -261,137 +247,6 @@ TEST(Hostile, EveryReaderOnEveryCutOfASoundFile) {
             if (::testing::Test::HasFatalFailure()) return;
         }
         EXPECT_EQ(notInputs(), before);
-    }
-}
-
-// Sizes, counts and lengths at 0, 1, 2^31-1 and 2^32-1 in every image and mesh header: each
-// case in a child, so that its peak memory is seen and a crash fails only its own case.
-TEST(Hostile, HeaderFieldsAtTheirLimitsStayWithinMemory) {
-    Sandbox box;
-    const auto before = box.outside();
-    const uint32_t limits[] = {0u, 1u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu};
-    for (uint32_t rows : limits)
-        for (uint32_t columns : limits)
-            for (uint16_t channels : {uint16_t(0), uint16_t(3), uint16_t(0xFFFF)}) {
-                Psd p = uniform(2, 3, {1, 2, 3});
-                p.rows = rows, p.columns = columns, p.channels = channels;
-                SCOPED_TRACE("PSD " + std::to_string(rows) + "x" + std::to_string(columns) + "x" + std::to_string(channels));
-                expectBoundedInChild(p.bytes().size(), [&] { allPsdOperations(box, p.bytes(), kEither); });
-            }
-    for (uint32_t value : limits) {
-        for (size_t at : {26, 30, 34}) {  // the colour-mode, resources and layers lengths
-            std::string b = uniform(2, 3, {1, 2, 3}).bytes();
-            putLE(b, at, value | 1);
-            SCOPED_TRACE("PSD length at " + std::to_string(at) + ": " + std::to_string(value | 1));
-            expectBoundedInChild(b.size(), [&] { allPsdOperations(box, b, kBroken); });
-        }
-        for (size_t at : {2, 10, 18, 22, 34}) {
-            std::string b = makeBmp(10, 6);
-            putLE(b, at, value);
-            SCOPED_TRACE("BMP field at " + std::to_string(at) + ": " + std::to_string(value));
-            const std::string src = box.input("s.bmp", b);
-            expectBoundedInChild(b.size(), [&] { EXPECT_TRUE(oneOf(callFn(CropBMPfile, src, 0, box.out + "/c.bmp"), {0, -7})); });
-            box.clearOut();
-        }
-        for (size_t at : {kMesh.vertexAt, kMesh.colourAt, kMesh.faceAt, kMesh.uvAt, kMesh.endAt})
-            for (size_t field : {4, 8}) {  // length and count
-                std::string b = kMesh.bytes;
-                b.replace(at + field, 4, be32(value));
-                SCOPED_TRACE("Vyx block at " + std::to_string(at) + (field == 4 ? " length " : " count ") + std::to_string(value));
-                expectBoundedInChild(b.size(), [&] { allVyxOperations(box, b); });
-            }
-    }
-    // A vertex file misdeclared: refused, the mesh kept.
-    const std::string vyx = box.out + "/m.Vyx";
-    writeAll(vyx, kMesh.bytes);
-    for (uint32_t count : limits)
-        for (uint32_t length : {0u, 16u, 52u, 0x7FFFFFFFu, 0xFFFFFFFFu})
-            if (count != 3 || length != 52) {
-                const std::string vyt = box.input("p.Vyt", be32(kVyxVertexTag) + be32(length) + be32(count) + be32(0) + vertexFile(3).substr(16));
-                EXPECT_EQ(callFn(SwapVertices_Vyx, vyt, 0, vyx), -301) << count << " " << length;
-            }
-    EXPECT_EQ(readAll(vyx), kMesh.bytes);
-    box.clearOut();
-    std::filesystem::remove_all(box.in);
-    std::filesystem::create_directory(box.in);
-    EXPECT_EQ(box.outside(), before);
-    CropBMP_SetWidth(nullptr, 50, nullptr, nullptr);
-}
-
-// Files of 10 MB: a project whose count claims 2^32-1 references, a polygroup list, and OBJ
-// texts with one 10 MB line of each kind, NUL bytes and odd line ends, each export in a child.
-TEST(Hostile, TenMegabyteInputsStayWithinMemory) {
-    Sandbox box;
-    std::string prj = prjHeader(0xFFFFFFFFu, 7);
-    const size_t records = (size_t(10) << 20) / 516;
-    for (size_t i = 0; i < records; ++i) prj += prjRecord(uint32_t(i + 1), "ref" + std::to_string(i));
-    const std::string tail = prjChunk(0, "zero") + prjChunk(0xFFFFFFFFu, std::string(size_t(1) << 20, 'd'));
-    const std::string path = box.input("p.prj", prj + tail);
-    expectBoundedInChild(prj.size() + tail.size(), [&] {
-        // Every record present is read, and the chunks behind them are read as further (cut)
-        // records, none of them extracted.
-        ASSERT_EQ(callFn(OpenPrjFile, path, 0, box.out + "/x"), 0);
-        char data[300] = {};
-        EXPECT_EQ(callFn(GetTPoseRef, ("ref" + std::to_string(records - 1)).c_str(), 0, data), float(records));
-    });
-    EXPECT_TRUE(box.outputs().empty());
-    // With the true count the chunks are extracted by number, into the folder of the target.
-    prj.replace(8, 4, be32(uint32_t(records)));
-    writeAll(path, prj + tail);
-    ASSERT_EQ(callFn(OpenPrjFile, path, 0, box.out + "/x"), 0);
-    const auto files = box.outputs();
-    ASSERT_EQ(files.size(), 2u);
-    EXPECT_EQ(files.at("0X.dat"), "zero");
-    EXPECT_EQ(files.at("4294967295X.dat").size(), size_t(1) << 20);
-    box.clearOut();
-    callFn(ClearTPoseList);
-
-    std::string list;
-    for (size_t i = 0; list.size() < (size_t(10) << 20); ++i) list += listRecord("g" + std::to_string(i % 1000), int32_t(i), int32_t(i + 1));
-    const std::string listPath = box.input("big.lst", list);
-    expectBoundedInChild(list.size(), [&] {
-        ASSERT_EQ(callFn(GroupListLoad, listPath), 0);
-        EXPECT_EQ(callFn(GroupListSize), float(list.size() / 136));
-    });
-
-    // 1 MB under the sanitizers, whose unoptimised build takes seconds per 10 MB call.
-    const size_t big = size_t(kUnderAsan ? 1 : 10) << 20;
-    static const char kNul[] = "v 0 0 0\0junk\nv 1\0 0 0\nv 0 1 0\ng a\0b\nf 1 2\0 3\n\0\0\nf 3 2 1\ng a\nf 2 3 1\n";
-    std::string longFace = "f";
-    while (longFace.size() < big) longFace += " 1 2 3";
-    const std::string texts[] = {
-        "v 1 2 " + std::string(big, '3') + "\nv 0 0 0\nv 1 1 1\ng a\nf 1 2 3\n",
-        "v 0 0 0\nv 1 0 0\nv 0 1 0\ng a\n" + longFace + "\n",
-        "v 0 0 0\nv 1 0 0\nv 0 1 0\ng " + std::string(big, 'n') + "\nf 1 2 3\n",
-        "v 0 0 0\nv 1 0 0\nv 0 1 0\ng a\n#" + std::string(big, ' ') + "\nf 1 2 3",
-        "v" + std::string(big, ' '),
-        std::string(kNul, sizeof kNul - 1),
-        "v 0 0 0\r\nv 1 0 0\r\nv 0 1 0\r\ng a\r\nf 1 2 3\r\ng b\r\nf 3/1 2/2 1/3\r\n",
-        "v 0 0 0\rv 1 0 0\rg a\rf 1 2\r",
-        "f 1 2 3",
-        std::string(1000, '\n'),
-    };
-    const std::string groups = box.input("g.lst", listRecord("a", 0, 1) + listRecord("b", 1, 100));
-    for (const std::string& text : texts) {
-        SCOPED_TRACE(text.substr(0, 40));
-        const std::string obj = box.input("c.obj", text), out = box.out + "/";
-        const auto before = box.outside();
-        const float vertices = float(vertexLines(text).size() - 1);
-        const std::pair<KelvaneFn, std::vector<float>> ops[] = {
-            {SplitOBJ, {0, -2}}, {SplitOBJtoVyx, {0, -3}}, {ListSplitOBJtoOBJ, {0}}, {ListSplitOBJtoVyx, {0}},
-            {AppendOBJ, {vertices}}, {SwapVertices, {vertices > 0 ? 0.f : -30.f}}};
-        for (const auto& [fn, codes] : ops) {
-            expectBoundedInChild(text.size(), [&] {
-                callFn(GroupListLoad, groups);
-                const float r = fn == AppendOBJ ? callFn(fn, obj, 3, out + "all.obj")
-                                : fn == SwapVertices ? callFn(fn, out + "v.obj", 0, obj)
-                                                     : callFn(fn, obj, 0, out);
-                EXPECT_TRUE(oneOf(r, codes)) << r;
-                if (fn != AppendOBJ && fn != SwapVertices) expectOutputsFrom(box, text);
-            });
-            box.clearOut();
-            EXPECT_EQ(box.outside(), before);
-        }
     }
 }
 
