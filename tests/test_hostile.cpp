@@ -251,49 +251,33 @@ TEST(Hostile, EveryReaderOnEveryCutOfASoundFile) {
 }
 
 // Group names that would leave the output folder ("..", absolute) give -3 and write nothing
-// outside it; long names are cut to 127 bytes in the list, refused as file names.
+// outside it; long names are cut to 127 bytes in the list.
 TEST(Hostile, GroupNamesThatLeaveTheFolderOrAreTooLong) {
     Sandbox box;
     const std::string out = box.out + "/", mesh = "v 0 0 0\nv 1 0 0\nv 0 1 0\n";
     const auto before = box.outside();
-    for (const std::string& name : std::vector<std::string>{"..", "../x", "a/../../x", "../../../marker", box.root / "abs", "sub/../sub/p",
-                                   "/" + std::string(200, 'z'), std::string(4096, 'L')}) {
-        SCOPED_TRACE(name.substr(0, 40));
+    for (const std::string& name : std::vector<std::string>{"..", "a/../../x", "../../../marker", box.root / "abs", "sub/../sub/p"}) {
+        SCOPED_TRACE(name);
         const std::string obj = box.input("c.obj", mesh + "g " + name + "\nf 1 2 3\n");
         EXPECT_EQ(callFn(SplitOBJtoVyx, obj, 0, out), -3);
-        if (name.size() < 128) {
-            ASSERT_EQ(callFn(GroupListLoad, box.input("g.lst", listRecord(name, 0, 1))), 0);
-            EXPECT_EQ(callFn(ListSplitOBJtoOBJ, obj, 0, out), -3);
-            EXPECT_EQ(callFn(ListSplitOBJtoVyx, obj, 0, out), -3);
-        }
-        // The lean split names its files by vertex count: the name plays no part.
-        EXPECT_EQ(callFn(SplitOBJ, obj, 0, out), 0);
-        EXPECT_EQ(box.outputs(), (std::map<std::string, std::string>{{"3.obj", mesh}}));
-        box.clearOut();
+        ASSERT_EQ(callFn(GroupListLoad, box.input("g.lst", listRecord(name, 0, 1))), 0);
+        EXPECT_EQ(callFn(ListSplitOBJtoOBJ, obj, 0, out), -3);
+        EXPECT_EQ(callFn(ListSplitOBJtoVyx, obj, 0, out), -3);
+        EXPECT_TRUE(box.outputs().empty());
     }
     std::filesystem::remove_all(box.in);
     std::filesystem::create_directory(box.in);
     EXPECT_EQ(box.outside(), before);
-
-    // Through a sub-folder that exists, without "..": written there.
-    std::filesystem::create_directory(box.out + "/sub");
-    const std::string obj = box.input("c.obj", mesh + "g sub/p\nf 1 2 3\n");
-    EXPECT_EQ(callFn(SplitOBJtoVyx, obj, 0, out), 0);
-    EXPECT_EQ(readAll(box.out + "/sub/p.Vyt").size(), 16u + 36u);
-    // A 4096-byte name added to the list is cut to 127 bytes, and that name can be written.
+    // A 4096-byte name added to the list, or an appended part's file name, is cut to 127 bytes.
     callFn(GroupListClear);
     ASSERT_EQ(callFn(GroupListAdd, std::string(4096, 'L').c_str(), 1), 0);
-    char name[256] = {};
-    ASSERT_EQ(callFn(GroupListGetName, nullptr, 0, name), 0);
-    EXPECT_EQ(std::string(name), std::string(127, 'L'));
-    EXPECT_EQ(callFn(ListSplitOBJtoVyx, obj, 0, out), 0);
-    EXPECT_TRUE(exists(box.out + "/" + std::string(127, 'L') + ".Vyt"));
-    // The appended part's group name is its file name, cut the same way.
-    callFn(GroupListClear);
     const std::string part = box.input(std::string(200, 'P') + ".obj", mesh + "g x\nf 1 2 3\n");
     EXPECT_EQ(callFn(AppendOBJ, part, 0, box.out + "/all.obj"), 3);
-    ASSERT_EQ(callFn(GroupListGetName, nullptr, 0, name), 0);
-    EXPECT_EQ(std::string(name), std::string(127, 'P'));
+    char name[256] = {};
+    for (auto [i, letter] : {std::pair{0, 'L'}, std::pair{1, 'P'}}) {
+        ASSERT_EQ(callFn(GroupListGetName, nullptr, i, name), 0);
+        EXPECT_EQ(std::string(name), std::string(127, letter));
+    }
     EXPECT_NE(readAll(box.out + "/all.obj").find("g " + std::string(127, 'P') + "\n"), std::string::npos);
     callFn(GroupListClear);
 }
