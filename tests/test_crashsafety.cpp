@@ -159,19 +159,26 @@ TEST(CrashSafety, ReplacementsKeepModesAndRespectUnwritableFiles) {
     // file, so the check runs as an unprivileged user in a child).
     writeAll(locked, "locked");
     ::chmod(locked.c_str(), 0444);
+    const std::string mesh = std::string(32, 'H') + vytFile({1, 2, 3}) + std::string(16, '\0');
+    writeAll(dir / "m.Vyx", mesh);
+    ::chmod((dir / "m.Vyx").c_str(), 0444);
+    writeAll(dir / "p.Vyt", vytFile({4, 5, 6}));
+    ::chmod((dir / "p.Vyt").c_str(), 0666);
     ::chmod(dir.path.c_str(), 0777);  // the folder itself stays writable
     const pid_t pid = ::fork();
     if (pid == 0) {
         if (::getuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0)) ::_exit(10);
         if (kv::storeFile(locked.c_str(), "x", 1)) ::_exit(1);
+        if (callFn(SwapVertices_Vyx, dir / "p.Vyt", 0, dir / "m.Vyx") != -401) ::_exit(3);
         ::_exit(kv::storeFile((dir / "ro/inplace").c_str(), "in place", 8) ? 0 : 2);
     }
     int status = -1;
     ASSERT_EQ(::waitpid(pid, &status, 0), pid);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
     EXPECT_EQ(readAll(locked), "locked");
+    EXPECT_EQ(readAll(dir / "m.Vyx"), mesh);
     EXPECT_EQ(readAll(dir / "ro/inplace"), "in place");
     ::chmod((dir / "ro").c_str(), 0755);
-    EXPECT_EQ(listing(dir.path), "fresh kept locked private ro ");
+    EXPECT_EQ(listing(dir.path), "fresh kept locked m.Vyx p.Vyt private ro ");
     EXPECT_EQ(listing(dir / "ro"), "inplace link ");
 }
