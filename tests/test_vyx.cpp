@@ -270,6 +270,12 @@ TEST(Vyx, VertexSwapChangesOnlyTheVertexRecords) {
     }
     EXPECT_EQ(callFn(SwapVertices_Vyx, dir / "missing.Vyt", 0, vyx), -201);
     EXPECT_EQ(callFn(SwapVertices_Vyx, vyt, 0, dir / "missing.Vyx"), -1760);
+    // An empty vertex block takes an empty vertex file: nothing to copy.
+    VyxBuilder empty;
+    empty.vertices({}).colours({}).end();
+    writeAll(other, vytFile({}));
+    EXPECT_EQ(callFn(SwapVertices_Vyx, other, 0, empty.save(dir / "empty.Vyx")), 0);
+    EXPECT_EQ(readAll(dir / "empty.Vyx"), empty.bytes);
 }
 
 TEST(Vyx, UVTilesNamedAndOrderedByText) {
