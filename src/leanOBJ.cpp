@@ -130,6 +130,12 @@ struct IndexSet {
             }
     }
 
+    // A range [first, last] that holds every index of the set (first > last when it is empty).
+    std::pair<uint64_t, uint64_t> span() const {
+        if (sparse ? list.empty() : words.empty()) return {1, 0};
+        return sparse ? std::pair{list.front(), list.back()} : std::pair{lo, lo + nbits - 1};
+    }
+
     size_t count(uint64_t from, uint64_t to) const {
         size_t n = 0;
         forEach(from, to, [&](uint64_t) { ++n; });
@@ -365,10 +371,11 @@ void buildVertexFile(const SplitScan& s, const IndexSet* set, std::vector<char>&
     kv::putU32BE(p + 8, static_cast<uint32_t>(n));
     p += 16;
     if (!set) return;
-    // The positions are read on every core: part k takes the indices in slice k of [1, nV] and
-    // writes them where the counts of the slices before it say.
-    const size_t parts = std::max<size_t>(1, std::min<size_t>(scanThreads(), n / std::max<size_t>(gMinChunk / 64, 1)));
-    auto sliceEnd = [&](size_t k) { return nV * k / parts; };  // slice k: (sliceEnd(k), sliceEnd(k + 1)]
+    // The positions are read on every core: part k takes the indices in slice k of the set's
+    // span and writes them where the counts of the slices before it say.
+    const size_t parts = std::max<size_t>(1, std::min<size_t>(scanThreads(), n / std::max<size_t>(gMinChunk / 512, 1)));  // 16384 vertices a part at least
+    const uint64_t from = std::max<uint64_t>(1, set->span().first), to = std::min(nV, set->span().second);
+    auto sliceEnd = [&](size_t k) { return from - 1 + (to >= from ? to - from + 1 : 0) * k / parts; };  // slice k: (sliceEnd(k), sliceEnd(k + 1)]
     std::vector<size_t> at(parts + 1, n);
     at[0] = 0;
     for (size_t k = 1; k < parts; ++k) at[k] = at[k - 1] + set->count(sliceEnd(k - 1) + 1, sliceEnd(k));
