@@ -9,7 +9,7 @@
 
 #include "harness.h"
 #include "leanOBJ.h"
-#include "util/fileio.h"
+#include "platform/fileio.h"
 
 // mesh.obj, verts.obj, <count>[_copy<k>].obj, and <group name>[_copy<k>].Vyt
 static bool isObjOutput(const char* name) {

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "harness.h"
-#include "util/fileio.h"
+#include "platform/fileio.h"
 
 static double colour(kvfuzz::Bytes& in) {
     const double r = in.u8(), g = in.u8(), b = in.u8();

@@ -8,7 +8,7 @@
 
 #include "PsdOps.h"
 #include "harness.h"
-#include "util/fileio.h"
+#include "platform/fileio.h"
 
 // On success every byte before the second file's planes (at offst, where the last parse put
 // them) is the second file's own: only the planes change.

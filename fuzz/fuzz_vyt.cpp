@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "harness.h"
-#include "util/fileio.h"
+#include "platform/fileio.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     kvfuzz::Bytes in{data, size};

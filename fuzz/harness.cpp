@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <string>
 
-#include "util/fileio.h"
+#include "platform/fileio.h"
 
 namespace kvfuzz {
 namespace {

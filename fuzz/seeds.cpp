@@ -9,7 +9,7 @@
 #include "imagefiles.h"
 #include "kelvane/Kelvane4.h"
 #include "util/bytes.h"
-#include "util/fileio.h"
+#include "platform/fileio.h"
 
 namespace {
 

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs the Debian packages listed in scripts/packages.txt that are not installed yet.
+# Installs the Debian packages listed in scripts/packages.txt (or in the list file given as the
+# argument, such as scripts/packages-windows.txt) that are not installed yet.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 missing=()
@@ -7,7 +8,7 @@ while read -r pkg; do
   pkg=${pkg%%#*}; pkg=${pkg//[[:space:]]/}
   [ -n "$pkg" ] || continue
   dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q 'install ok installed' || missing+=("$pkg")
-done < "$here/packages.txt"
+done < "${1:-$here/packages.txt}"
 [ ${#missing[@]} -eq 0 ] && exit 0
 echo "Installing Debian packages: ${missing[*]}"
 sudo=""

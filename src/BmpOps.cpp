@@ -7,7 +7,7 @@
 
 #include "util/exportdata.h"
 #include "util/bytes.h"
-#include "util/fileio.h"
+#include "platform/fileio.h"
 
 extern "C" {
 KV_DATA std::vector<char> bmpV;

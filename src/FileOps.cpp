@@ -1,9 +1,9 @@
 #include "FileOps.h"
 
-#include <dirent.h>
-
-#include <cstdio>
 #include <cstring>
+
+#include "platform/fileio.h"
+#include "platform/folder.h"
 
 bool IsDirectory(const char* path) {
     size_t n = std::strlen(path);
@@ -20,19 +20,19 @@ bool IsDirectory(const char* path) {
 bool ClearFolder(std::string path) {
     // A backslash, also where the separator is "/": folder paths from the host end in one.
     if (path.empty() || path.back() != '\\') path += '\\';
-    DIR* dir = opendir(path.c_str());
+    kv::platform::Folder* dir = kv::platform::openFolder(path.c_str());
     if (!dir) return false;
     // The first two entries are taken to be "." and ".." and skipped unread.
     int skipped = 0;
-    while (dirent* entry = readdir(dir)) {
+    while (const char* name = kv::platform::nextEntry(dir)) {
         if (skipped < 2) {
             ++skipped;
             continue;
         }
-        std::string full = path + entry->d_name;
-        if (!IsDirectory(full.c_str())) std::remove(full.c_str());
+        std::string full = path + name;
+        if (!IsDirectory(full.c_str())) kv::removeFile(full.c_str());
     }
-    closedir(dir);
+    kv::platform::closeFolder(dir);
     return true;
 }
 

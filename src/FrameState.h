@@ -2,12 +2,12 @@
 // records it shares with the project file, and the work behind its own exports.
 #pragma once
 
-#include <dirent.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
+
+#include "platform/folder.h"
 
 // One TPose reference, 516 bytes, kept in memory and written to the project file as laid out.
 struct TPoseRef {
@@ -22,7 +22,7 @@ extern "C" {
 extern float answer;                   // GetOpenDialog's result when no valid selection is made
 extern float imgW;                     // BMP crop width (CropBMP_SetWidth)
 extern float colIn;                    // colour/level value for the PSD conversions (SetInColor)
-extern DIR* folder;                    // the one open folder enumeration, or null
+extern kv::platform::Folder* folder;   // the one open folder enumeration, or null
 extern std::vector<std::string> docList;  // files chosen in the last open dialog
 extern uint32_t thisPrjHdr[4];         // reserved, reserved, reference count, project modifier
 extern std::vector<TPoseRef> tPoseList;  // the TPose reference list

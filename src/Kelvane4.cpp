@@ -19,6 +19,7 @@
 #include "kelvane_version.h"
 #include "leanOBJ.h"
 #include "platform/Dialog.h"
+#include "platform/fileio.h"
 #include "util/convert.h"
 #include "util/exportdata.h"
 
@@ -33,7 +34,7 @@ extern "C" {
 KV_DATA float answer = 0.0f;
 KV_DATA float imgW = 50.0f;
 KV_DATA float colIn = 0.0f;
-KV_DATA DIR* folder = nullptr;
+KV_DATA kv::platform::Folder* folder = nullptr;
 KV_DATA std::vector<std::string> docList;
 KV_DATA uint32_t thisPrjHdr[4] = {0, 0, 0, 0};
 KV_DATA std::vector<TPoseRef> tPoseList;
@@ -106,7 +107,7 @@ KV_EXPORT(GetTPoseRef, -1) {
 
 KV_EXPORT(FileDelete, -1) {
     if (!text) return -1;
-    return std::remove(text) == 0 ? 0 : -1;
+    return kv::removeFile(text) ? 0 : -1;
 }
 
 KV_EXPORT(FileCopyTo, -1) {
@@ -116,28 +117,28 @@ KV_EXPORT(FileCopyTo, -1) {
 
 KV_EXPORT(FileRename, -1) {
     if (!text || !memBlock1) return -1;
-    return std::rename(text, memBlock1) == 0 ? 0 : -1;
+    return kv::renameFile(text, memBlock1) ? 0 : -1;
 }
 
 KV_EXPORT(OpenFolder, -1) {
-    DIR* dir = text ? opendir(text) : nullptr;
+    kv::platform::Folder* dir = text ? kv::platform::openFolder(text) : nullptr;
     if (!dir) return -1;
-    if (folder) closedir(folder);  // one enumeration at a time: the older one is let go
+    if (folder) kv::platform::closeFolder(folder);  // one enumeration at a time: the older one is let go
     folder = dir;
     return 0;
 }
 
 KV_EXPORT(GetFile, -1) {
     if (!folder) return -1;
-    const dirent* entry = readdir(folder);
-    if (!entry) return -3;
-    copyOut(memBlock1, entry->d_name);
+    const char* name = kv::platform::nextEntry(folder);
+    if (!name) return -3;
+    copyOut(memBlock1, name);
     return 0;
 }
 
 KV_EXPORT(CloseFolder, -1) {
     if (!folder) return -1;
-    closedir(folder);
+    kv::platform::closeFolder(folder);
     folder = nullptr;
     return 0;
 }
@@ -353,10 +354,10 @@ const TPoseRef* findTPoseRef(const char* name) {
 }
 
 int fileCopyTo(const char* source, const char* destination) {
-    std::remove(destination);  // a failure here is ignored; copying onto itself thus fails below
-    FILE* in = std::fopen(source, "rb");
+    kv::removeFile(destination);  // a failure here is ignored; copying onto itself thus fails below
+    FILE* in = kv::openStream(source, "rb");
     if (!in) return -1;
-    FILE* out = std::fopen(destination, "wb");
+    FILE* out = kv::openStream(destination, "wb");
     if (!out) {
         std::fclose(in);
         return -1;
@@ -375,7 +376,7 @@ int fileCopyTo(const char* source, const char* destination) {
     if (std::ferror(in)) result = -1;  // a read that failed is no end of the file
     std::fclose(in);
     if (std::fclose(out) != 0) result = -1;
-    if (result != 0) std::remove(destination);  // a cut copy is worse than none
+    if (result != 0) kv::removeFile(destination);  // a cut copy is worse than none
     return result;
 }
 

@@ -9,7 +9,7 @@
 #include "FileOps.h"
 #include "FrameState.h"
 #include "util/bytes.h"
-#include "util/fileio.h"
+#include "platform/fileio.h"
 #include "util/numtext.h"
 
 int writePrjFile(const char* path) {

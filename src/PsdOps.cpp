@@ -11,7 +11,7 @@
 #include "util/exportdata.h"
 #include "util/bytes.h"
 #include "util/convert.h"
-#include "util/fileio.h"
+#include "platform/fileio.h"
 
 #include <stb/stb_image_resize.h>  // implementation compiled in stb_image_resize_impl.cpp
 

@@ -3,9 +3,6 @@
 // is used.
 #include "VyxOps.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -18,8 +15,8 @@
 #include "util/blockwriter.h"
 #include "util/bytes.h"
 #include "util/convert.h"
-#include "util/fileio.h"
-#include "util/mapfile.h"
+#include "platform/fileio.h"
+#include "platform/mapfile.h"
 #include "util/numtext.h"
 #include "util/parallel.h"
 
@@ -42,14 +39,6 @@ VyxBlock headAt(std::span<const char> buf, size_t at) {
 size_t stepOf(const VyxBlock& block) { return block.length == 0 ? kHeadSize : block.length; }
 
 bool headFits(std::span<const char> buf, size_t at) { return at <= buf.size() && buf.size() - at >= kHeadSize; }
-
-// True when a file of this name can be opened with the given flags (the file is left alone).
-bool canOpen(const char* path, int flags) {
-    int fd = ::open(path, flags | O_CLOEXEC);
-    if (fd < 0) return false;
-    ::close(fd);
-    return true;
-}
 
 }  // namespace
 
@@ -314,6 +303,7 @@ float writeOBJfromVyx(const char* vyxPath, char* objOutPath) {
     // A block out of place ends the output early; its tag is the result and the runs are kept.
     uint32_t misplaced = 0;
     const bool whole = putColoursAndFaces(w, buf.data(), m, misplaced);
+    file.close();  // the output may replace the input itself
     if (!w.close()) return -2;  // a cut new file is removed, an old one left whole
     if (!whole) return static_cast<float>(misplaced);
     faceID.clear();
@@ -357,13 +347,13 @@ int swapVerticesVyx(const char* vyxPath, const char* vertexPath) {
     if (!vyxRecordsFit(buf, vertices, 12)) return -1760;
     // The vertex file is opened for update, as the host's own tools do; a read-only one is refused.
     std::vector<char> vt;
-    if (!canOpen(vertexPath, O_RDWR) || !kv::readFile(vertexPath, vt)) return -201;
+    if (!kv::canOpenForWriting(vertexPath, true) || !kv::readFile(vertexPath, vt)) return -201;
     // Its head must match the block's length and count, and it must hold the records it declares.
     const size_t bytes = size_t(12) * vertices.count;
     if (vt.size() < kHeadSize || kv::getU32BE(vt.data() + 4) != vertices.length ||
         kv::getU32BE(vt.data() + 8) != vertices.count || vt.size() - kHeadSize < bytes)
         return -301;
-    if (!canOpen(vyxPath, O_WRONLY)) return -401;
+    if (!kv::canOpenForWriting(vyxPath, false)) return -401;
     std::memcpy(buf.data() + vertices.at + kHeadSize, vt.data() + kHeadSize, bytes);
     // The new content replaces the file in one step: a crash leaves the old file or the new one.
     return kv::storeFile(vyxPath, buf.data(), buf.size()) ? 0 : -401;
@@ -390,8 +380,9 @@ std::set<UV_tile> tilesOf(const char* records, uint32_t count, UV_tile* last) {
 // value) and its fraction, moved into [0, 1) when negative; negative zero stays as it is.
 float reduce(float c, int32_t& index) {
     if (c < 0) c -= 1.0f;
-    float whole = 0;
-    float fraction = std::modf(c, &whole);
+    // modf's parts, computed here: C libraries differ in the sign they give a zero fraction.
+    const float whole = std::trunc(c);
+    const float fraction = std::isinf(c) ? std::copysign(0.0f, c) : std::copysign(c - whole, c);
     index = kv::toInt(whole);
     return fraction < 0 ? fraction + 1.0f : fraction;
 }

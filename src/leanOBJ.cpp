@@ -12,8 +12,8 @@
 #include "FileOps.h"
 #include "util/bytes.h"
 #include "util/exportdata.h"
-#include "util/fileio.h"
-#include "util/mapfile.h"
+#include "platform/fileio.h"
+#include "platform/mapfile.h"
 #include "util/numtext.h"
 #include "util/parallel.h"
 #include "util/text.h"
@@ -544,13 +544,16 @@ vertexS parseVertex(std::string_view line) {
 }
 
 bool outputBase(const char* outPath, std::string_view name, std::string& base) {
-    if (!name.empty() && name[0] == '/') return false;
+    const std::string_view seps = kv::kPathSeparators;
+    if (!name.empty() && seps.find(name[0]) != std::string_view::npos) return false;
     // A NUL would end the path early: the file would get another name than the group's.
     if (name.find('\0') != std::string_view::npos) return false;
+    // No component may lead out of the folder or be a name this system cannot create.
     for (size_t i = 0; i <= name.size();) {
-        size_t slash = name.find('/', i);
+        size_t slash = name.find_first_of(seps, i);
         if (slash == std::string_view::npos) slash = name.size();
-        if (name.substr(i, slash - i) == "..") return false;
+        const std::string_view part = name.substr(i, slash - i);
+        if (part == ".." || !kv::creatableName(part)) return false;
         i = slash + 1;
     }
     base = FileNameExtract(outPath, 1);

@@ -8,7 +8,7 @@ set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-archive=$(bash "$root/scripts/package.sh" "$1" "$work/dist")
+archive=$(bash "$root/scripts/package.sh" "$1" "$work/dist" | grep "linux-x86_64.tar.gz$")  # a Windows zip may follow
 mkdir "$work/unpacked"
 tar -C "$work/unpacked" -xzf "$archive"
 top=$(echo "$work"/unpacked/*)

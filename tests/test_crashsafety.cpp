@@ -14,7 +14,7 @@
 
 #include "imagefiles.h"
 #include "meshfiles.h"
-#include "util/fileio.h"
+#include "platform/fileio.h"
 
 using namespace kvtest;
 

@@ -145,6 +145,9 @@ TEST(FileOps, PathSplittingAndTheNameBasedFolderTest) {
 }
 
 TEST(FileOps, EmptyFolderAppendsABackslashAndDeletesDottedNames) {
+#ifdef _WIN32
+    GTEST_SKIP() << "the backslash separates folders on Windows: test_windows.cpp";
+#endif
     TempDir dir;
     // A path without a trailing backslash is opened with one appended: no such folder here.
     std::filesystem::create_directory(dir / "plain");

@@ -6,6 +6,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <string>
 
 #include "imagefiles.h"
@@ -316,7 +317,7 @@ TEST(PsdHeal, FixedRowsAndColumnsFromTheFirstImage) {
 
 TEST(PsdThumbnail, CentredOnBlackAndAreaAveraged) {
     TempDir dir;
-    ASSERT_EQ(::mkdir((dir / "set.v2").c_str(), 0755), 0);
+    ASSERT_TRUE(std::filesystem::create_directory(dir / "set.v2"));
     // Counts the samples of a size x size thumbnail inside the box [left, left + bw) x
     // [top, top + bh) that are not c, and outside it that are not black.
     auto wrong = [](const std::string& t, uint32_t size, size_t left, size_t top, size_t bw, size_t bh, Rgb c) {
@@ -359,6 +360,6 @@ TEST(PsdThumbnail, CentredOnBlackAndAreaAveraged) {
     EXPECT_EQ(call(CreateThumbnail, src, 0.5), -9);
     EXPECT_EQ(call(CreateThumbnail, src, 4097), -9);
     ASSERT_EQ(std::remove(thumb.c_str()), 0);
-    ASSERT_EQ(::mkdir(thumb.c_str(), 0755), 0);  // the thumbnail's name is taken by a folder
+    ASSERT_TRUE(std::filesystem::create_directory(thumb));  // the thumbnail's name is taken by a folder
     EXPECT_EQ(call(CreateThumbnail, src, 16), -5);
 }

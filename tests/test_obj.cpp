@@ -258,7 +258,7 @@ TEST(ListSplit, FaceRangesSharedVerticesAndNames) {
     } cases[] = {
         {{{"B", 2}, {"A", 2}}, 0, {{"B.obj", v123}, {"A.obj", v345}}, "A.obj B.obj c.obj "},
         // A duplicate name gets no file but takes its faces; the last record takes what is left.
-        {{{"A", 1}, {"A", 1}, {"C", 1}}, 0, {{"A.obj", v123}, {"C.obj", v345}}, "A.obj C.obj c.obj "},
+        {{{"A", 1}, {"A", 1}, {"D", 1}}, 0, {{"A.obj", v123}, {"D.obj", v345}}, "A.obj D.obj c.obj "},
         // A record without faces takes the faces after it: the next record gets nothing.
         {{{"P", 2}, {"Q", 0}, {"R", 2}}, 0, {{"P.obj", v123}, {"Q.obj", v345}, {"R.obj", ""}}, "P.obj Q.obj R.obj c.obj "},
         // "a/sub" sorts before "b" and fails (no such folder): "b" is not written.
@@ -363,7 +363,7 @@ TEST(ListSplit, ChunkedScansMatchTheSingleScan) {
         std::string all;  // the results (a group without faces ends a split with -2), then the files
         for (KelvaneFn split : {SplitOBJ, SplitOBJtoVyx, ListSplitOBJtoOBJ, ListSplitOBJtoVyx})
             all += std::to_string(callFn(split, mesh, 0, out + "/")) + " ";
-        for (const auto& e : std::filesystem::directory_iterator(out)) all += e.path().filename().string() + ":" + readAll(e.path()) + "|";
+        for (const auto& e : std::filesystem::directory_iterator(out)) all += e.path().filename().string() + ":" + readAll(e.path().string()) + "|";
         std::filesystem::remove_all(out);
         return all;
     };

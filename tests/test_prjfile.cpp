@@ -69,9 +69,11 @@ TEST(PrjFile, WriteAttachReopen) {
     ::chmod(prj.c_str(), 0640);
     ASSERT_EQ(callFn(WritePrjFile, prj), 0);
     EXPECT_EQ(readAll(prj), records);
+#ifndef _WIN32  // Windows files have attributes, no modes: test_windows.cpp
     struct stat st {};
     ASSERT_EQ(::stat(prj.c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 07777, 0640u);
+#endif
     EXPECT_EQ(listing(dir.path), "12.dat 3000000000.bin 7.dat scene.prj ");  // no temporary left behind
     callFn(ClearTPoseList);
 }

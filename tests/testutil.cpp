@@ -1,14 +1,15 @@
 #include "testutil.h"
 
-#include <sys/stat.h>
+#ifndef _WIN32
 #include <sys/wait.h>
-#include <unistd.h>
+#endif
 
 #include <algorithm>
 #include <bit>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <random>
 #include <stdexcept>
 
 namespace fs = std::filesystem;
@@ -28,9 +29,12 @@ std::string f32(float f) { return be32(std::bit_cast<uint32_t>(f)); }
 bool oneOf(float r, const std::vector<float>& codes) { return std::find(codes.begin(), codes.end(), r) != codes.end(); }
 
 TempDir::TempDir() {
-    std::string tmpl = (fs::temp_directory_path() / "kelvane-test-XXXXXX").string();
-    if (!mkdtemp(tmpl.data())) throw std::runtime_error("mkdtemp failed");
-    path = tmpl;
+    std::random_device random;
+    for (int attempt = 0; attempt < 100 && path.empty(); ++attempt) {
+        const fs::path dir = fs::temp_directory_path() / ("kelvane-test-" + std::to_string(random()));
+        if (fs::create_directory(dir)) path = dir.generic_string();
+    }
+    if (path.empty()) throw std::runtime_error("cannot create a temporary folder");
 }
 
 TempDir::~TempDir() {
@@ -55,8 +59,8 @@ void writeAll(const std::string& path, const std::string& bytes) {
 }
 
 bool exists(const std::string& path) {
-    struct stat st {};
-    return ::stat(path.c_str(), &st) == 0;
+    std::error_code ec;
+    return fs::exists(path, ec);
 }
 
 std::string listing(const std::string& dir) {
@@ -75,7 +79,11 @@ std::string run(const std::string& command, int* status) {
     char buf[4096];
     for (size_t n; (n = fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
     const int rc = pclose(p);
+#ifdef _WIN32
+    if (status) *status = rc;
+#else
     if (status) *status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
+#endif
     return out;
 }
 

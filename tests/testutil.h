@@ -53,6 +53,13 @@ struct Sandbox {
     void clearOut() const;
 };
 
+// Windows: some behaviour differs by design (no modes, no fork, its C library's printf).
+#ifdef _WIN32
+constexpr bool kWindows = true;
+#else
+constexpr bool kWindows = false;
+#endif
+
 bool oneOf(float r, const std::vector<float>& codes);
 
 }  // namespace kvtest

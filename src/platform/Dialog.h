@@ -1,6 +1,6 @@
 // The desktop services the plug-in needs from the platform: a modal multi-file open dialog and
 // opening a web address with the default handler. One implementation file per platform
-// (DialogLinux.cpp on Linux); the rest of the library sees only this interface.
+// (DialogLinux.cpp, DialogWindows.cpp); the rest of the library sees only this interface.
 #pragma once
 
 #include <string>

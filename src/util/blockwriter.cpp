@@ -5,7 +5,7 @@
 namespace kv {
 
 BlockWriter::~BlockWriter() {
-    if (out_.fd >= 0) closeOutput(out_, false);
+    if (out_.isOpen()) closeOutput(out_, false);
 }
 
 void BlockWriter::put(std::string_view s) {

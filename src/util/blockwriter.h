@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "util/fileio.h"
+#include "platform/fileio.h"
 
 namespace kv {
 

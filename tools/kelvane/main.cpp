@@ -1,5 +1,5 @@
-// kelvane: the host emulator. Loads the plug-in with dlopen, resolves exports by name with
-// dlsym and calls them with the host signature, exactly as the host application does.
+// kelvane: the host emulator. Loads the plug-in (dlopen, or LoadLibraryW on Windows), resolves
+// exports by name and calls them with the host signature, exactly as the host application does.
 //
 //   kelvane --version                             the version of the tool and the plug-in it belongs to
 //   kelvane list                                  the exports the plug-in offers
@@ -13,10 +13,6 @@
 //                                                 OBJ and Vyx meshes as a shaded picture
 //   kelvane image IN OUT.png                      a PSD or BMP of the plug-in as a PNG
 // Scripts may also use `echo`, `pose` and `verify` lines.
-#include <dlfcn.h>
-#include <elf.h>
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
@@ -34,65 +30,13 @@
 #include "codes.h"
 #include "kelvane/Kelvane4.h"
 #include "kelvane_version.h"
+#include "platform/library.h"
 #include "pose.h"
 #include "viewcmd.h"
 
 namespace {
 
 constexpr size_t kMemBlockSize = 1 << 20;  // the host hands over blocks of at least 64 KiB
-
-// The plug-in beside the program (a build folder), in the library folder of its installation
-// (../lib, the configured library folder, the multiarch one), else in the build folder.
-std::string defaultPluginPath() {
-    char self[4096];
-    ssize_t n = ::readlink("/proc/self/exe", self, sizeof self - 1);
-    if (n > 0) {
-        self[n] = '\0';
-        std::string dir(self);
-        dir = dir.substr(0, dir.find_last_of('/') + 1);
-        for (std::string lib : {"", "../lib/", KELVANE_BIN_TO_LIB "/", "../lib/" KELVANE_MULTIARCH "/"})
-            for (const char* name : {"libKelvane4.so", "libKelvane4.so.4"})
-                if (::access((dir + lib + name).c_str(), R_OK) == 0) return dir + lib + name;
-    }
-    return KELVANE_BUILD_DIR "/libKelvane4.so";
-}
-
-// The exported symbols of an ELF shared object, read from its dynamic symbol table.
-struct Exports {
-    std::vector<std::string> functions, data;
-};
-
-bool readExports(const std::string& path, Exports& out) {
-    std::ifstream in(path, std::ios::binary);
-    std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (bytes.size() < sizeof(Elf64_Ehdr) || std::memcmp(bytes.data(), ELFMAG, SELFMAG) != 0 ||
-        bytes[EI_CLASS] != ELFCLASS64)
-        return false;
-    auto at = [&](uint64_t off, uint64_t size) { return off <= bytes.size() && size <= bytes.size() - off; };
-    Elf64_Ehdr eh;
-    std::memcpy(&eh, bytes.data(), sizeof eh);
-    if (!at(eh.e_shoff, uint64_t(eh.e_shnum) * sizeof(Elf64_Shdr))) return false;
-    std::vector<Elf64_Shdr> sh(eh.e_shnum);
-    std::memcpy(sh.data(), bytes.data() + eh.e_shoff, sh.size() * sizeof(Elf64_Shdr));
-    for (const Elf64_Shdr& s : sh) {
-        if (s.sh_type != SHT_DYNSYM || s.sh_link >= sh.size()) continue;
-        const Elf64_Shdr& strs = sh[s.sh_link];
-        if (!at(s.sh_offset, s.sh_size) || !at(strs.sh_offset, strs.sh_size)) return false;
-        for (uint64_t off = 0; off + sizeof(Elf64_Sym) <= s.sh_size; off += sizeof(Elf64_Sym)) {
-            Elf64_Sym sym;
-            std::memcpy(&sym, bytes.data() + s.sh_offset + off, sizeof sym);
-            if (sym.st_shndx == SHN_UNDEF || sym.st_shndx == SHN_ABS || sym.st_name >= strs.sh_size) continue;
-            if (ELF64_ST_BIND(sym.st_info) == STB_LOCAL) continue;
-            std::string name(bytes.data() + strs.sh_offset + sym.st_name);
-            if (name.empty()) continue;
-            if (ELF64_ST_TYPE(sym.st_info) == STT_FUNC) out.functions.push_back(name);
-            else if (ELF64_ST_TYPE(sym.st_info) == STT_OBJECT) out.data.push_back(name);
-        }
-    }
-    std::sort(out.functions.begin(), out.functions.end());
-    std::sort(out.data.begin(), out.data.end());
-    return true;
-}
 
 // Splits a script line into words: blanks separate, '…' and "…" quote, a backslash escapes
 // the next character outside single quotes, '#' outside quotes starts a comment.
@@ -181,22 +125,17 @@ bool parseNumber(const std::string& s, double& out) {
 }
 
 Plugin::~Plugin() {
-    if (handle) ::dlclose(handle);
+    if (handle) kv::platform::unloadLibrary(handle);
 }
 
 bool Plugin::open(const std::string& p, std::string& error) {
     path = p;
-    handle = ::dlopen(p.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (!handle) {
-        const char* e = ::dlerror();
-        error = e ? e : "cannot load " + p;
-        return false;
-    }
-    return true;
+    handle = kv::platform::loadLibrary(p, error);
+    return handle != nullptr;
 }
 
 KelvaneFn Plugin::find(const std::string& name) const {
-    return handle ? reinterpret_cast<KelvaneFn>(::dlsym(handle, name.c_str())) : nullptr;
+    return handle ? reinterpret_cast<KelvaneFn>(kv::platform::findSymbol(handle, name.c_str())) : nullptr;
 }
 
 int callOnce(const Plugin& plugin, const CallArgs& args, Variables& vars, std::ostream& out, std::ostream& err,
@@ -376,7 +315,7 @@ int main(int argc, char** argv) {
     CLI::App app{"kelvane: load the Kelvane4 plug-in and call its exports as the host does"};
     app.require_subcommand(1);
     app.set_version_flag("--version", "kelvane " KELVANE_VERSION_STRING);
-    std::string pluginPath = defaultPluginPath();
+    std::string pluginPath = kv::platform::defaultPluginPath();
     app.add_option("--plugin", pluginPath, "Plug-in library to load")->capture_default_str();
 
     CLI::App* list = app.add_subcommand("list", "Print the exports the plug-in offers");
@@ -416,15 +355,15 @@ int main(int argc, char** argv) {
         return 2;
     }
     if (*list) {
-        Exports ex;
-        if (!readExports(plugin.path, ex)) {
+        std::vector<std::string> functions, data;
+        if (!kv::platform::readExports(plugin.path, functions, data)) {
             std::cerr << "kelvane: cannot read the symbol table of " << plugin.path << "\n";
             return 2;
         }
-        for (const std::string& f : ex.functions)
+        for (const std::string& f : functions)
             if (plugin.find(f)) std::cout << f << "\n";
         if (withData)
-            for (const std::string& d : ex.data) std::cout << d << " (data)\n";
+            for (const std::string& d : data) std::cout << d << " (data)\n";
         return 0;
     }
     if (*call) {

@@ -9,7 +9,7 @@
 #include <unordered_map>
 
 #include "util/bytes.h"
-#include "util/mapfile.h"
+#include "platform/mapfile.h"
 #include "util/text.h"
 
 namespace kvtool {

@@ -3,7 +3,7 @@
 
 #include "image.h"
 #include "render.h"
-#include "util/fileio.h"
+#include "platform/fileio.h"
 
 namespace kvtool {
 namespace {

@@ -1,6 +1,7 @@
 // Read-only view of a whole file: memory-mapped when it is a regular file (no copy, no
 // zero-filled buffer; the pages come straight from the page cache), read into a buffer
-// otherwise (pipes, special files). Used by the readers of large meshes.
+// otherwise (pipes, special files). Used by the readers of large meshes. Implemented with the
+// file primitives in FilesPosix.cpp and FilesWindows.cpp.
 #pragma once
 
 #include <cstddef>
@@ -13,10 +14,14 @@ public:
     MappedFile() = default;
     MappedFile(const MappedFile&) = delete;
     MappedFile& operator=(const MappedFile&) = delete;
-    ~MappedFile();
+    ~MappedFile() { close(); }
 
     // Opens path. False when it cannot be opened or read (the view is then empty).
     bool open(const char* path);
+
+    // Lets the file go (the view becomes empty): a mapped file cannot be replaced everywhere,
+    // so a writer that replaces its own input closes the view first.
+    void close();
 
     const char* data() const { return data_; }
     size_t size() const { return size_; }

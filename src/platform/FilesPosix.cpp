@@ -1,6 +1,6 @@
-#include "util/fileio.h"
-
+// The file primitives on POSIX systems: descriptors, rename over the old file, mmap.
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,6 +8,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+
+#include "platform/fileio.h"
+#include "platform/mapfile.h"
 
 namespace kv {
 namespace {
@@ -27,8 +30,7 @@ bool writeAll(int fd, const void* data, size_t size) {
     return true;
 }
 
-}  // namespace
-
+// Opens path read-only and fills st; -1 when it cannot be opened or is a folder.
 int openForReading(const char* path, struct stat& st) {
     int fd = ::open(path, O_RDONLY | O_CLOEXEC);
     if (fd < 0) return -1;
@@ -39,6 +41,7 @@ int openForReading(const char* path, struct stat& st) {
     return fd;
 }
 
+// Reads the opened file to its end into out (the caller closes fd).
 bool readOpened(int fd, const struct stat& st, std::vector<char>& out) {
     out.clear();
     // Regular files are read with one call into a buffer of their size; anything else
@@ -70,6 +73,8 @@ bool readOpened(int fd, const struct stat& st, std::vector<char>& out) {
     return true;
 }
 
+}  // namespace
+
 bool readFile(const char* path, std::vector<char>& out) {
     struct stat st {};
     int fd = openForReading(path, st);
@@ -77,12 +82,6 @@ bool readFile(const char* path, std::vector<char>& out) {
     const bool ok = readOpened(fd, st, out);
     ::close(fd);
     return ok;
-}
-
-bool readFileRepeatLast(const char* path, std::vector<char>& out) {
-    if (!readFile(path, out)) return false;
-    out.push_back(out.empty() ? '\0' : out.back());
-    return true;
 }
 
 bool appendFile(const char* path, const void* data, size_t size) {
@@ -113,34 +112,40 @@ bool openOutput(const char* path, OutputFile& out) {
         out.target = path;
         out.created = true;
         out.fd = ::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-        return out.fd >= 0;
+        return out.isOpen();
     }
     // A file the caller may not write is not replaced behind its back (renaming over it would
     // succeed in a writable folder): it counts as a file that cannot be created.
     if (S_ISDIR(st.st_mode) || ::access(path, W_OK) != 0) return false;
     out.target = resolved(path);
     out.temp = out.target + ".kvtmpXXXXXX";
-    out.fd = ::mkstemp(out.temp.data());  // created with mode 0600
-    if (out.fd >= 0 && ::fchmod(out.fd, st.st_mode & 07777) == 0) return true;
-    if (out.fd >= 0) {
-        ::close(out.fd);
+    const int fd = ::mkstemp(out.temp.data());  // created with mode 0600
+    if (fd >= 0 && ::fchmod(fd, st.st_mode & 07777) == 0) {
+        out.fd = fd;
+        return true;
+    }
+    if (fd >= 0) {
+        ::close(fd);
         ::unlink(out.temp.c_str());
     }
     out.temp.clear();  // no sibling possible: the file itself, rewritten in place
     out.fd = ::open(out.target.c_str(), O_WRONLY | O_CLOEXEC);
-    return out.fd >= 0;
+    return out.isOpen();
 }
 
-bool writeOutput(OutputFile& out, const void* data, size_t size) { return writeAll(out.fd, data, size); }
+bool writeOutput(OutputFile& out, const void* data, size_t size) {
+    return writeAll(static_cast<int>(out.fd), data, size);
+}
 
 bool closeOutput(OutputFile& out, bool good) {
-    if (out.fd < 0) return false;
+    if (!out.isOpen()) return false;
+    const int fd = static_cast<int>(out.fd);
     if (good && !out.created && out.temp.empty()) {  // in place: cut off the old content's rest
-        const off_t end = ::lseek(out.fd, 0, SEEK_CUR);
-        good = end >= 0 && ::ftruncate(out.fd, end) == 0;
+        const off_t end = ::lseek(fd, 0, SEEK_CUR);
+        good = end >= 0 && ::ftruncate(fd, end) == 0;
     }
-    if (good && !out.created) good = ::fsync(out.fd) == 0;
-    good = ::close(out.fd) == 0 && good;
+    if (good && !out.created) good = ::fsync(fd) == 0;
+    good = ::close(fd) == 0 && good;
     out.fd = -1;
     if (!out.temp.empty()) {
         if (good) good = ::rename(out.temp.c_str(), out.target.c_str()) == 0;
@@ -151,15 +156,66 @@ bool closeOutput(OutputFile& out, bool good) {
     return good;
 }
 
-bool storeFile(const char* path, const void* data, size_t size) {
-    OutputFile out;
-    if (!openOutput(path, out)) return false;
-    return closeOutput(out, writeOutput(out, data, size));
-}
-
 bool fileExists(const char* path) {
     struct stat st {};
     return ::stat(path, &st) == 0;
+}
+
+bool canOpenForWriting(const char* path, bool alsoRead) {
+    const int fd = ::open(path, (alsoRead ? O_RDWR : O_WRONLY) | O_CLOEXEC);
+    if (fd < 0) return false;
+    ::close(fd);
+    return true;
+}
+
+std::FILE* openStream(const char* path, const char* mode) { return std::fopen(path, mode); }
+
+bool removeFile(const char* path) { return std::remove(path) == 0; }
+
+bool renameFile(const char* from, const char* to) { return std::rename(from, to) == 0; }
+
+const std::string_view kPathSeparators = "/";
+
+bool creatableName(std::string_view) { return true; }  // any byte but '/' and NUL
+
+// ---- Mapped files ----------------------------------------------------------------------------
+
+void MappedFile::close() {
+    if (map_) ::munmap(map_, size_);
+    map_ = nullptr;
+    std::vector<char>().swap(copy_);
+    data_ = nullptr;
+    size_ = 0;
+}
+
+bool MappedFile::open(const char* path) {
+    close();
+    struct stat st {};
+    int fd = openForReading(path, st);
+    if (fd < 0) return false;
+    if (S_ISREG(st.st_mode) && st.st_size > 0) {
+#ifdef MAP_POPULATE
+        constexpr int kFlags = MAP_PRIVATE | MAP_POPULATE;  // read ahead at once (Linux)
+#else
+        constexpr int kFlags = MAP_PRIVATE;
+#endif
+        void* m = ::mmap(nullptr, static_cast<size_t>(st.st_size), PROT_READ, kFlags, fd, 0);
+        if (m != MAP_FAILED) {
+            ::close(fd);
+            ::madvise(m, static_cast<size_t>(st.st_size), MADV_SEQUENTIAL);
+            map_ = m;
+            data_ = static_cast<const char*>(m);
+            size_ = static_cast<size_t>(st.st_size);
+            return true;
+        }
+    }
+    // Not mappable (empty, a pipe, a special file): read it through the same descriptor.
+    const bool ok = readOpened(fd, st, copy_);
+    ::close(fd);
+    if (!ok) return false;
+    data_ = copy_.data();
+    size_ = copy_.size();
+    return true;
 }
 
 }  // namespace kv
