@@ -239,17 +239,40 @@ char* putFace(char* p, const char* f) {
 }
 
 // Faces in the runs of faceID: a run starts only when a whole face record is left before the
-// end of the block, and stops there.
+// end of the block, and stops there. Batches of faces (with the labels of the runs that start
+// in them) are formatted on every core, then written in order.
 void putFaceRuns(kv::BlockWriter& w, const char* d, const MeshLayout& m) {
-    size_t at = m.third.at + kHeadSize;
-    for (size_t run = 0; run < faceID.size() && m.faceEnd - at >= 16; ++run) {
-        char* p = w.room(32);
-        p = copyText(p, "#FaceID ");
-        p = kv::putUint(p, static_cast<uint32_t>(run + 1));  // runs are no more than faces
-        *p++ = '\n';
-        w.advance(p);
-        for (uint32_t k = 0; k < faceID[run] && m.faceEnd - at >= 16; ++k, at += 16)
-            w.advance(putFace(w.room(64), d + at));
+    const char* records = d + m.third.at + kHeadSize;
+    const uint64_t faces = m.faceEnd - (m.third.at + kHeadSize) >= 16 ? (m.faceEnd - (m.third.at + kHeadSize)) / 16 : 0;
+    std::vector<uint64_t> start;  // the face each written run starts at
+    for (uint64_t f = 0; start.size() < faceID.size() && f < faces; f = std::min(faces, f + faceID[start.size() - 1]))
+        start.push_back(f);
+    const uint64_t written = start.empty() ? 0 : std::min(faces, start.back() + faceID[start.size() - 1]);
+    constexpr uint64_t kBatch = 1u << 15;
+    const unsigned threads = written > kBatch ? kv::workerThreads() : 1;
+    std::vector<std::vector<char>> buffers(threads);
+    std::vector<size_t> used(threads);
+    for (uint64_t first = 0; first < written || (first == 0 && !start.empty());) {
+        kv::runInParallel(threads, [&](size_t t) {
+            const uint64_t from = std::min(written, first + t * kBatch), to = std::min(written, from + kBatch);
+            used[t] = 0;
+            if (from == to && from != 0) return;  // past the end: the batch before wrote its labels
+            size_t run = size_t(std::lower_bound(start.begin(), start.end(), from) - start.begin());
+            const size_t lastRun = to == written ? start.size() : size_t(std::lower_bound(start.begin(), start.end(), to) - start.begin());
+            buffers[t].resize((to - from) * 64 + (lastRun - run) * 32);
+            char* p = buffers[t].data();
+            for (uint64_t f = from; f < to || (f == to && run < lastRun); ++f) {
+                for (; run < lastRun && start[run] == f; ++run) {
+                    p = copyText(p, "#FaceID ");
+                    p = kv::putUint(p, static_cast<uint32_t>(run + 1));  // runs are no more than faces
+                    *p++ = '\n';
+                }
+                if (f < to) p = putFace(p, records + 16 * f);
+            }
+            used[t] = static_cast<size_t>(p - buffers[t].data());
+        });
+        for (unsigned t = 0; t < threads; ++t) w.put({buffers[t].data(), used[t]});
+        first += threads * kBatch;
     }
 }
 

@@ -122,9 +122,18 @@ struct IndexSet {
                 if (i >= from && i <= to) fn(i);
             return;
         }
-        forEachBit([&](uint64_t i) {
-            if (i >= from && i <= to) fn(i);
-        });
+        for (size_t w = from > lo ? static_cast<size_t>((from - lo) / 64) : 0; w < words.size(); ++w)
+            for (uint64_t bits = words[w]; bits; bits &= bits - 1) {
+                const uint64_t i = lo + uint64_t(w) * 64 + uint64_t(std::countr_zero(bits));
+                if (i > to) return;
+                if (i >= from) fn(i);
+            }
+    }
+
+    // A range [first, last] that holds every index of the set (first > last when it is empty).
+    std::pair<uint64_t, uint64_t> span() const {
+        if (sparse ? list.empty() : words.empty()) return {1, 0};
+        return sparse ? std::pair{list.front(), list.back()} : std::pair{lo, lo + nbits - 1};
     }
 
     size_t count(uint64_t from, uint64_t to) const {
@@ -176,6 +185,8 @@ const char* lineEnd(const char* p, const char* end) {
 unsigned gScanThreads = 0;           // 0: as many as kv::workerThreads gives
 size_t gMinChunk = size_t(8) << 20;  // no chunk smaller than this
 
+size_t scanThreads() { return gScanThreads ? gScanThreads : kv::workerThreads(); }
+
 // What one chunk's scan finds.
 struct ChunkScan {
     const char* begin = nullptr;
@@ -225,7 +236,7 @@ bool loadForSplit(const char* path, SplitScan& s) {
     s.bitBudget = s.file.size() / 4 + (uint64_t(1) << 20);
     const char* data = s.file.data();
     const char* end = data + s.file.size();
-    const size_t n = std::max<size_t>(1, std::min<size_t>(gScanThreads ? gScanThreads : kv::workerThreads(), s.file.size() / std::max<size_t>(gMinChunk, 1)));
+    const size_t n = std::max<size_t>(1, std::min<size_t>(scanThreads(), s.file.size() / std::max<size_t>(gMinChunk, 1)));
     s.chunks.resize(n);
     const char* at = data;
     for (size_t c = 0; c < n; ++c) {
@@ -318,10 +329,7 @@ size_t recordAt(size_t record, int64_t from, int64_t face) {
 // chunks' face counts come first, so that each chunk knows its first face.
 void scanByList(SplitScan& s) {
     if (s.chunks.size() > 1) {
-        forEachChunk(s, [&](ChunkScan& c) {
-            kv::LineScanner lines(c.begin, static_cast<size_t>(c.end - c.begin));
-            for (std::string_view line; lines.next(line);) c.firstFace += !line.empty() && line[0] == 'f';
-        });
+        forEachChunk(s, [&](ChunkScan& c) { c.firstFace = int64_t(kv::countLinesStartingWith(c.begin, size_t(c.end - c.begin), 'f')); });
         int64_t total = 0;
         for (ChunkScan& c : s.chunks) {
             const int64_t count = c.firstFace;
@@ -363,12 +371,23 @@ void buildVertexFile(const SplitScan& s, const IndexSet* set, std::vector<char>&
     kv::putU32BE(p + 8, static_cast<uint32_t>(n));
     p += 16;
     if (!set) return;
-    set->forEach(1, nV, [&](uint64_t i) {
-        vertexS v = obj::parseVertex(s.vertexLine(static_cast<size_t>(i - 1)));
-        kv::putF32BE(p, v.x);
-        kv::putF32BE(p + 4, v.y);
-        kv::putF32BE(p + 8, v.z);
-        p += 12;
+    // The positions are read on every core: part k takes the indices in slice k of the set's
+    // span and writes them where the counts of the slices before it say.
+    const size_t parts = std::max<size_t>(1, std::min<size_t>(scanThreads(), n / std::max<size_t>(gMinChunk / 512, 1)));  // 16384 vertices a part at least
+    const uint64_t from = std::max<uint64_t>(1, set->span().first), to = std::min(nV, set->span().second);
+    auto sliceEnd = [&](size_t k) { return from - 1 + (to >= from ? to - from + 1 : 0) * k / parts; };  // slice k: (sliceEnd(k), sliceEnd(k + 1)]
+    std::vector<size_t> at(parts + 1, n);
+    at[0] = 0;
+    for (size_t k = 1; k < parts; ++k) at[k] = at[k - 1] + set->count(sliceEnd(k - 1) + 1, sliceEnd(k));
+    kv::runInParallel(parts, [&](size_t k) {
+        char* q = p + 12 * at[k];
+        set->forEach(sliceEnd(k) + 1, sliceEnd(k + 1), [&](uint64_t i) {
+            const vertexS v = obj::parseVertex(s.vertexLine(static_cast<size_t>(i - 1)));
+            kv::putF32BE(q, v.x);
+            kv::putF32BE(q + 4, v.y);
+            kv::putF32BE(q + 8, v.z);
+            q += 12;
+        });
     });
 }
 

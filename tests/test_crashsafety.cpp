@@ -13,7 +13,7 @@
 #include <string>
 
 #include "imagefiles.h"
-#include "testutil.h"
+#include "meshfiles.h"
 #include "platform/fileio.h"
 
 using namespace kvtest;
@@ -42,7 +42,7 @@ float writeProject(const std::string& path, int references) {
     return callFn(WritePrjFile, path);
 }
 
-std::string vertexBlock(uint32_t n, char fill) { return be32(10001) + be32(16 + 12 * n) + be32(n) + be32(0) + std::string(12 * size_t(n), fill); }
+std::string vertexBlock(uint32_t n, float fill) { return vytFile(std::vector<float>(3 * n, fill)); }
 
 // One large rewrite of each kind: prepare() writes the old file (and any inputs) and returns its
 // path; rewrite() makes the library replace it with more than kLimit bytes; refused is the
@@ -57,8 +57,8 @@ const struct {
      [](const TempDir&, const std::string& target) { return writeProject(target, 4000); }, -17},
     {"Vyx vertex swap",
      [](const TempDir& d) {
-         writeAll(d / "posed.Vyt", vertexBlock(40000, 'n'));
-         writeAll(d / "mesh.Vyx", std::string(32, 'H') + vertexBlock(40000, 'o') + std::string(16, '\0'));
+         writeAll(d / "posed.Vyt", vertexBlock(40000, 1));
+         writeAll(d / "mesh.Vyx", std::string(32, 'H') + vertexBlock(40000, 2) + std::string(16, '\0'));
          return d / "mesh.Vyx";
      },
      [](const TempDir& d, const std::string& target) { return callFn(SwapVertices_Vyx, d / "posed.Vyt", 0, target); }, -401},
@@ -67,7 +67,7 @@ const struct {
     {"OBJ over an existing one (streamed)",
      [](const TempDir& d) {
          const std::string faces = be32(20001) + be32(32) + be32(1) + be32(0) + be32(0) + be32(1) + be32(2) + be32(0xFFFFFFFFu);
-         writeAll(d / "mesh.Vyx", std::string(32, 'H') + vertexBlock(40000, '\x3f') + be32(35001) + be32(16) + be32(0) + be32(0) + faces);
+         writeAll(d / "mesh.Vyx", std::string(32, 'H') + vertexBlock(40000, 0.5f) + be32(35001) + be32(16) + be32(0) + be32(0) + faces);
          writeAll(d / "faces.Vyx", std::string(32, 'H') + faces);
          writeAll(d / "mesh.obj", "# the old conversion\n");
          return d / "mesh.obj";
@@ -159,19 +159,26 @@ TEST(CrashSafety, ReplacementsKeepModesAndRespectUnwritableFiles) {
     // file, so the check runs as an unprivileged user in a child).
     writeAll(locked, "locked");
     ::chmod(locked.c_str(), 0444);
+    const std::string mesh = std::string(32, 'H') + vytFile({1, 2, 3}) + std::string(16, '\0');
+    writeAll(dir / "m.Vyx", mesh);
+    ::chmod((dir / "m.Vyx").c_str(), 0444);
+    writeAll(dir / "p.Vyt", vytFile({4, 5, 6}));
+    ::chmod((dir / "p.Vyt").c_str(), 0666);
     ::chmod(dir.path.c_str(), 0777);  // the folder itself stays writable
     const pid_t pid = ::fork();
     if (pid == 0) {
         if (::getuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0)) ::_exit(10);
         if (kv::storeFile(locked.c_str(), "x", 1)) ::_exit(1);
+        if (callFn(SwapVertices_Vyx, dir / "p.Vyt", 0, dir / "m.Vyx") != -401) ::_exit(3);
         ::_exit(kv::storeFile((dir / "ro/inplace").c_str(), "in place", 8) ? 0 : 2);
     }
     int status = -1;
     ASSERT_EQ(::waitpid(pid, &status, 0), pid);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
     EXPECT_EQ(readAll(locked), "locked");
+    EXPECT_EQ(readAll(dir / "m.Vyx"), mesh);
     EXPECT_EQ(readAll(dir / "ro/inplace"), "in place");
     ::chmod((dir / "ro").c_str(), 0755);
-    EXPECT_EQ(listing(dir.path), "fresh kept locked private ro ");
+    EXPECT_EQ(listing(dir.path), "fresh kept locked m.Vyx p.Vyt private ro ");
     EXPECT_EQ(listing(dir / "ro"), "inplace link ");
 }

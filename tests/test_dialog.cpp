@@ -67,65 +67,53 @@ TEST(Dialog, GetFilePathCopiesAtMost256BytesAndChecksTheIndex) {
     EXPECT_EQ(call(ClearFileList), 0.0f);
 }
 
+// The first dialog program on PATH is run; its answer gives the result and the new selection.
+// A cancel or an empty answer keeps the earlier selection; a failure leaves `answer` alone.
 TEST(Dialog, GetOpenDialogRunsTheFirstDialogProgramAndReadsItsAnswer) {
     kvtest::TempDir dir;
     EnvSet path("PATH", dir.path);  // the stand-ins only (the scripts use shell built-ins)
     EnvSet wayland("WAYLAND_DISPLAY", std::nullopt);
-    docList = {"/earlier/choice.obj"};
-
-    {  // no display: nothing is run, nothing changes
-        EnvSet display("DISPLAY", std::nullopt);
-        writeScript(dir / "zenity", ": > '" + dir.path + "/ran'\n");
-        EXPECT_EQ(call(GetOpenDialog), -1.0f);
-        EXPECT_FALSE(kvtest::exists(dir / "ran"));
+    const std::vector<std::string> earlier = {"/earlier/choice.obj"};
+    const std::string record = "printf '%s\\n' \"$@\" \"LC_CTYPE=$LC_CTYPE\" > '" + dir.path + "/args'\n";
+    const struct {
+        const char* program;  // nullptr: none on PATH
+        std::string answer;
+        float result;
+        std::vector<std::string> chosen;
+        const char* args;  // as the program saw them, or nullptr when not checked
+    } cases[] = {
+        // zenity joins the paths with "//"; they are the file system's bytes (UTF-8 here).
+        {"zenity", "printf '/w/a b.obj///w/.hidden///w/pi\\303\\250ce.obj\\n'\n", 3,
+         {"/w/a b.obj", "/w/.hidden", "/w/pi\xC3\xA8" "ce.obj"},
+         "--file-selection\n--multiple\n--title=Choose files to Gathermesh...\n--separator=//\nLC_CTYPE=C.UTF-8\n"},
+        {"zenity", "exit 1\n", 0, earlier, nullptr},  // cancelled
+        {"zenity", "echo\n", 0, earlier, nullptr},    // confirmed with nothing chosen
+        {"zenity", "exit 5\n", -2, earlier, nullptr},
+        {"zenity", "kill -9 $$\n", -2, earlier, nullptr},
+        // Without zenity, kdialog: one path per line.
+        {"kdialog", "printf '/k/one.obj\\n/k/two words.obj\\n'\n", 2, {"/k/one.obj", "/k/two words.obj"},
+         "--title\nChoose files to Gathermesh...\n--multiple\n--separate-output\n--getopenfilename\nLC_CTYPE=C.UTF-8\n"},
+        {nullptr, "", -1, earlier, nullptr},
+    };
+    for (bool display : {false, true}) {
+        EnvSet x("DISPLAY", display ? std::optional<std::string>(":77") : std::nullopt);
+        for (const auto& c : cases) {
+            SCOPED_TRACE(std::string(c.program ? c.program : "none") + ": " + c.answer);
+            ::unlink((dir / "zenity").c_str()), ::unlink((dir / "kdialog").c_str()), ::unlink((dir / "args").c_str());
+            if (c.program) writeScript(dir / c.program, record + c.answer);
+            docList = earlier;
+            answer = 5;
+            const float want = display ? c.result : -1;  // no display: nothing is run
+            EXPECT_EQ(call(GetOpenDialog), want);
+            EXPECT_EQ(docList, want > 0 ? c.chosen : earlier);
+            EXPECT_EQ(answer, want >= 0 ? 0.0f : 5.0f);  // set to 0 by the dialog's end
+            EXPECT_EQ(kvtest::exists(dir / "args"), display && c.program);
+            if (display && c.args) {
+                EXPECT_EQ(kvtest::readAll(dir / "args"), c.args);
+            }
+        }
     }
-    EnvSet display("DISPLAY", ":77");
-
-    // zenity: the title, several files, UTF-8 output; its paths are joined with "//".
-    writeScript(dir / "zenity",
-                "printf '%s\\n' \"$@\" \"LC_CTYPE=$LC_CTYPE\" > '" + dir.path +
-                    "/args'\n"
-                    "printf '/w/a b.obj///w/.hidden///w/pi\\303\\250ce.obj\\n'\n");
-    answer = 5;
-    EXPECT_EQ(call(GetOpenDialog), 3.0f);
-    EXPECT_EQ(answer, 0.0f);  // the dialog ended with "open"
-    EXPECT_EQ(docList, (std::vector<std::string>{"/w/a b.obj", "/w/.hidden", "/w/pi\xC3\xA8" "ce.obj"}));
-    EXPECT_EQ(kvtest::readAll(dir / "args"),
-              "--file-selection\n--multiple\n--title=Choose files to Gathermesh...\n--separator=//\n"
-              "LC_CTYPE=C.UTF-8\n");
-
-    // Cancelled: answer (set to 0 by the dialog's end) and the earlier selection is kept.
-    writeScript(dir / "zenity", "exit 1\n");
-    answer = 5;
-    EXPECT_EQ(call(GetOpenDialog), 0.0f);
-    EXPECT_EQ(docList.size(), 3u);
-    // Confirmed with nothing chosen: no valid selection either.
-    writeScript(dir / "zenity", "echo\n");
-    EXPECT_EQ(call(GetOpenDialog), 0.0f);
-    EXPECT_EQ(docList.size(), 3u);
-
-    // A dialog program that fails or dies: -2, answer untouched.
-    answer = 5;
-    for (const char* body : {"exit 5\n", "kill -9 $$\n"}) {
-        writeScript(dir / "zenity", body);
-        EXPECT_EQ(call(GetOpenDialog), -2.0f) << body;
-    }
-    EXPECT_EQ(answer, 5.0f);
     answer = 0;
-
-    // Without zenity, kdialog: one path per line.
-    ::unlink((dir / "zenity").c_str());
-    writeScript(dir / "kdialog", "printf '%s ' \"$@\" > '" + dir.path +
-                                     "/args'\n"
-                                     "printf '/k/one.obj\\n/k/two words.obj\\n'\n");
-    EXPECT_EQ(call(GetOpenDialog), 2.0f);
-    EXPECT_EQ(docList, (std::vector<std::string>{"/k/one.obj", "/k/two words.obj"}));
-    EXPECT_EQ(kvtest::readAll(dir / "args"),
-              "--title Choose files to Gathermesh... --multiple --separate-output --getopenfilename ");
-
-    // Neither program: -1 at once.
-    ::unlink((dir / "kdialog").c_str());
-    EXPECT_EQ(call(GetOpenDialog), -1.0f);
     EXPECT_EQ(call(ClearFileList), 0.0f);
 }
 

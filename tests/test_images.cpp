@@ -59,15 +59,6 @@ TEST(BmpCrop, ByteExactForEveryPaddingOfSourceAndCrop) {
                 EXPECT_TRUE(bmpV.empty());
             }
     }
-    // A region reaching past the right edge reads on into the next stored row, inside the file.
-    writeAll(dir / "in.bmp", makeBmp(4, 6));
-    setWidth(2);
-    ASSERT_EQ(callFn(CropBMPfile, dir / "in.bmp", 3, dir / "out.bmp"), 0);
-    const std::string wrapped = readAll(dir / "out.bmp");
-    for (int ch = 0; ch < 3; ++ch) {
-        EXPECT_EQ(wrapped[54 + size_t(ch)], sample(1, 3, ch));
-        EXPECT_EQ(wrapped[54 + 3 + size_t(ch)], sample(2, 0, ch));
-    }
     setWidth(50);
 }
 
@@ -109,7 +100,7 @@ TEST(BmpCrop, RefusalsWriteNothing) {
     EXPECT_EQ(readAll(dst), expectedCrop(10, 8, 3, 4));
 
     // Rows of 0 bytes and a large height: a crop of any bytes is refused, one of no bytes does
-    // not walk the rows, and an output of no bytes at all is written empty.
+    // not walk the rows.
     std::string zeroWidth = makeBmp(1, 4);
     putLE(zeroWidth, 18, 0);
     putLE(zeroWidth, 22, 0x7FFFFFFF);
@@ -117,11 +108,6 @@ TEST(BmpCrop, RefusalsWriteNothing) {
     EXPECT_EQ(cropBMP(good.c_str(), dst.c_str(), 0, 1), -7);
     EXPECT_EQ(cropBMP(good.c_str(), dst.c_str(), 0, 0), 0);
     EXPECT_EQ(readAll(dst).size(), 54u);
-    std::string noHeader = makeBmp(5, 3);  // pixel data from offset 0, no row left to crop
-    putLE(noHeader, 10, 0);
-    writeAll(good, noHeader);
-    EXPECT_EQ(cropBMP(good.c_str(), dst.c_str(), 0, 5), 0);
-    EXPECT_EQ(readAll(dst).size(), 0u);
     // Rows of 12 bytes: a crop of 15 reads on into the next rows, and into the unread ones.
     writeAll(good, makeBmp(3, 6));
     ASSERT_EQ(cropBMP(good.c_str(), dst.c_str(), 0, 5), 0);
@@ -162,7 +148,6 @@ TEST(PsdHeader, CodesAndDataOffset) {
     std::string lying = sections.bytes();
     lying[33] = '\x7f';  // resources length about 2^31
     EXPECT_EQ(parse(lying), -1);
-    EXPECT_EQ(SwapColorsPSD(nullptr, 0, nullptr, nullptr), -1);
 }
 
 namespace {

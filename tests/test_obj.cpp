@@ -15,19 +15,13 @@
 #include <vector>
 
 #include "leanOBJ.h"
-#include "testutil.h"
+#include "meshfiles.h"
 #include "util/text.h"
 
 using namespace kvtest;
 using namespace std::string_literals;
 
 namespace {
-
-std::string vytFile(const std::vector<vertexS>& vs) {
-    std::string s = be32(10001) + be32(uint32_t(16 + 12 * vs.size())) + be32(uint32_t(vs.size())) + be32(0);
-    for (const vertexS& v : vs) s += f32(v.x) + f32(v.y) + f32(v.z);
-    return s;
-}
 
 void setList(std::initializer_list<std::pair<const char*, int>> records) {
     clearGroupsList();
@@ -85,7 +79,7 @@ TEST(ObjRules, ScannerAndVertexReaderMatchReferences) {
                                       "0.1", "3.4028235e38", "1e-3", "0.000000000000000000001", "123456789012345678901",
                                       "+1.5", "-2e1", ".25", "abc", "1e-50", "1e-40", "1e39", "-1e39", "-inf", "nan",
                                       "1.5e", "+.5", "0x1p3", "5.", ".", "1e+", "1e-9999999999999", "1e9999999999999",
-                                      "--1", "+-1", "1.5x", "3.4028236e38", "7E2"};
+                                      "--1", "+-1", "1.5x", "3.4028236e38", "7E2", std::string(100, '0') + "1e-60"};
     for (int round = 0; round < 20000; ++round) {
         char text[64];
         std::snprintf(text, sizeof text, "%s%.*f", rng() % 2 ? "-" : "", int(rng() % 12),
@@ -112,7 +106,6 @@ TEST(GroupList, AddNameSaveLoad) {
     EXPECT_EQ(callFn(GroupListSize), -1);
     EXPECT_EQ(callFn(GroupListSave, dir / "l.bin"), -1);
     EXPECT_EQ(callFn(GroupListAdd, "A", 0.9), -2);  // truncated to 0
-    EXPECT_EQ(callFn(GroupListAdd, nullptr, 3), -1);
     EXPECT_EQ(callFn(GroupListAdd, nullptr, std::nan("")), -2);
     EXPECT_EQ(callFn(GroupListAdd, "A", 10), 0);
     EXPECT_EQ(callFn(GroupListAdd, "B", 5.7), 0);
@@ -141,7 +134,6 @@ TEST(GroupList, AddNameSaveLoad) {
     // A failed load still empties the list.
     EXPECT_EQ(callFn(GroupListLoad, dir / "missing.bin"), -3);
     EXPECT_EQ(callFn(GroupListSize), -1);
-    EXPECT_EQ(callFn(GroupListLoad, nullptr), -9);
     clearGroupsList();
 }
 
@@ -166,8 +158,6 @@ TEST(AppendOBJ, RewritesGroupsAndFacesAcrossParts) {
     EXPECT_EQ(groupsList[1].firstFace, 4);
     EXPECT_EQ(groupsList[1].endFace, 6);
     // Failures change neither the file nor the list.
-    EXPECT_EQ(callFn(AppendOBJ, nullptr, 0, combined.c_str()), -9);
-    EXPECT_EQ(callFn(AppendOBJ, part.c_str(), 0, nullptr), -9);
     EXPECT_EQ(faceIndex, 6);
     // The indices are shifted in 64 bits, by offsets at the 32-bit limits.
     writeAll(part, "v 0 0 0\ng a\nf 1 -1 2147483647 4294967295\n");
@@ -198,8 +188,6 @@ TEST(SplitOBJ, FilesNamedByVertexCountWithVerbatimLines) {
     EXPECT_EQ(listing(d2.path), "2.obj 2_copy1.obj in.obj ");
     EXPECT_EQ(readAll(d2 / "2.obj"), "v 1 1 1\nv 2 2 2\n");                // aa
     EXPECT_EQ(readAll(d2 / "2_copy1.obj"), "#start of vector\nv 1 1 1\n");  // zz
-    EXPECT_EQ(callFn(SplitOBJ, nullptr, 0, out.c_str()), -2);
-    EXPECT_EQ(callFn(SplitOBJ, in.c_str(), 0, nullptr), -2);
     // No group: nothing written. Vertex lines of any length are copied whole.
     const std::string longLine = "v 1 2 3" + std::string(70000, ' ') + "4";
     writeAll(d2 / "none.obj", "v 1 1 1\nf 1 1 1\n");
@@ -217,19 +205,18 @@ TEST(SplitOBJtoVyx, VertexFilesNamedByGroup) {
     writeAll(in, "v 1 2 3\nv -0.5 4 1e2\nv 7 8 9\nvt 1 1\nv 10 11 12\n"
                  "g Body\nf 1/1 2/1 3/1\nf 3 2 1\ng Arm_L\nf 4 0 9\ng Empty\n");
     EXPECT_EQ(callFn(SplitOBJtoVyx, in, 0, dir / "o.Vyt"), 0);
-    EXPECT_EQ(readAll(dir / "Body.Vyt"), vytFile({{1, 2, 3}, {-0.5f, 4, 100}, {7, 8, 9}}));
+    EXPECT_EQ(readAll(dir / "Body.Vyt"), vytFile({1, 2, 3, -0.5f, 4, 100, 7, 8, 9}));
     EXPECT_EQ(readAll(dir / "Body.Vyt").substr(16, 12), "\x3F\x80\0\0\x40\0\0\0\x40\x40\0\0"s);
-    EXPECT_EQ(readAll(dir / "Arm_L.Vyt"), vytFile({{10, 11, 12}}));
+    EXPECT_EQ(readAll(dir / "Arm_L.Vyt"), vytFile({10, 11, 12}));
     EXPECT_EQ(readAll(dir / "Empty.Vyt"), vytFile({}));
     EXPECT_EQ(callFn(SplitOBJtoVyx, in, 0, dir / "o.Vyt"), 0);
     EXPECT_EQ(listing(dir.path), "Arm_L.Vyt Arm_L_copy1.Vyt Body.Vyt Body_copy1.Vyt Empty.Vyt Empty_copy1.Vyt posed.obj ");
-    EXPECT_EQ(callFn(SplitOBJtoVyx, nullptr, 0, in.c_str()), -2);
     // A name with "/" lands in a subfolder, which must exist; a NUL byte is in no file name.
     writeAll(in, "v 1 1 1\ng sub/part\nf 1\n");
     EXPECT_EQ(callFn(SplitOBJtoVyx, in, 0, dir / "x"), -3);
     std::filesystem::create_directory(dir / "sub");
     EXPECT_EQ(callFn(SplitOBJtoVyx, in, 0, dir / "x"), 0);
-    EXPECT_EQ(readAll(dir / "sub/part.Vyt"), vytFile({{1, 1, 1}}));
+    EXPECT_EQ(readAll(dir / "sub/part.Vyt"), vytFile({1, 1, 1}));
     for (const std::string& text : {"v 0 0 0\nv 1 1 1\ng a\0b\nf 1 2\n"s, "v 0 0 0\ng \0\nf 1\n"s}) {
         writeAll(in, text);
         EXPECT_EQ(callFn(SplitOBJtoVyx, in, 0, dir / "x"), -3);
@@ -252,8 +239,8 @@ TEST(SplitOBJtoVyx, GroupsSpanningTheWholeMesh) {
     writeAll(dir / "wide.obj", text);
     ASSERT_EQ(callFn(SplitOBJtoVyx, dir / "wide.obj", 0, dir / "o"), 0);
     for (int g = 0; g < 100; ++g)
-        ASSERT_EQ(readAll(dir / ("g" + std::to_string(100 + g) + ".Vyt")), vytFile({{1, 1, 1}, {9, 9, 9}})) << g;
-    EXPECT_EQ(readAll(dir / "zz.Vyt"), vytFile({{1, 1, 1}, {1, 1, 1}, {1, 1, 1}, {1, 1, 1}, {9, 9, 9}}));
+        ASSERT_EQ(readAll(dir / ("g" + std::to_string(100 + g) + ".Vyt")), vytFile({1, 1, 1, 9, 9, 9})) << g;
+    EXPECT_EQ(readAll(dir / "zz.Vyt"), vytFile({1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 9, 9, 9}));
 }
 
 const char* kFourFaces =
@@ -292,15 +279,13 @@ TEST(ListSplit, FaceRangesSharedVerticesAndNames) {
     writeAll(dir / "c.obj", "v 1 2 3\nv 4 5 6\nv 7 8 9\nvt 1 1\nf 1/5 2/5 3/5\nf 3 0 -1 7 2 1\nf 1 2 3\n");
     setList({{"Tri", 3}, {"Empty", 2}});
     EXPECT_EQ(callFn(ListSplitOBJtoVyx, dir / "c.obj", 0, dir / "x"), 0);
-    EXPECT_EQ(readAll(dir / "Tri.Vyt"), vytFile({{1, 2, 3}, {4, 5, 6}, {7, 8, 9}}));
+    EXPECT_EQ(readAll(dir / "Tri.Vyt"), vytFile({1, 2, 3, 4, 5, 6, 7, 8, 9}));
     EXPECT_EQ(readAll(dir / "Empty.Vyt"), vytFile({}));
     EXPECT_EQ(callFn(ListSplitOBJtoVyx, dir / "c.obj", 0, dir / "x"), 0);
     EXPECT_EQ(readAll(dir / "Tri_copy1.Vyt"), readAll(dir / "Tri.Vyt"));
     EXPECT_EQ(callFn(ListSplitOBJtoVyx, dir / "none.obj", 0, dir / "x"), -1);
     EXPECT_EQ(callFn(ListSplitOBJtoOBJ, dir / "none.obj", 0, dir / "x"), -1);
     EXPECT_EQ(callFn(ListSplitOBJtoVyx, dir / "c.obj", 0, dir / "no/such/x"), -3);
-    EXPECT_EQ(callFn(ListSplitOBJtoVyx, nullptr, 0, dir.path.c_str()), -2);
-    EXPECT_EQ(callFn(ListSplitOBJtoOBJ, "x", 0, nullptr), -2);
     clearGroupsList();
 }
 
@@ -313,7 +298,6 @@ TEST(ListSplit, FaceCountsAndUniqueNames) {
     EXPECT_EQ(callFn(GetFaces, "A"), 10);  // the first record's count is kept
     EXPECT_EQ(callFn(GetFaces, "B"), 5);
     EXPECT_EQ(callFn(GetFaces, "C"), -1);
-    EXPECT_EQ(callFn(GetFaces, nullptr), -1);
     groupsList.clear();
     EXPECT_EQ(callFn(CreateFacesList), -5);  // an empty list leaves the map as it was
     EXPECT_EQ(callFn(GetFaces, "B"), 5);
@@ -331,7 +315,6 @@ TEST(ListSplit, FaceCountsAndUniqueNames) {
     callFn(ClearNameSet);
     EXPECT_EQ(callFn(CheckName, "Arm", 0, out), 0);
     EXPECT_STREQ(out, "Arm");
-    EXPECT_EQ(callFn(CheckName, nullptr, 0, out), -1);
     callFn(ClearNameSet);
 }
 
@@ -355,8 +338,6 @@ TEST(SwapVertices, TransfersThePosedVerticesIntoThePart) {
     writeAll(dir / "novert.obj", "# x\nvt 0 0\nf 1 2 3\n");
     EXPECT_EQ(callFn(SwapVertices, dir / "fresh.obj", 0, dir / "novert.obj"), -30);
     EXPECT_EQ(readAll(dir / "fresh.obj"), "vt 0 0\nf 1 2 3\n");
-    EXPECT_EQ(callFn(SwapVertices, nullptr, 0, "x"), -2);
-    EXPECT_EQ(callFn(SwapVertices, "x", 0, nullptr), -2);
 
     // The in-place variant rewrites a mesh only when the vertex counts match.
     const std::string m = dir / "mesh.obj", part = "# old\nv 0 0 0\nvt 1 1\nv 1 1 1\nf 1/1 2/1 1/1\n";
@@ -368,50 +349,6 @@ TEST(SwapVertices, TransfersThePosedVerticesIntoThePart) {
     EXPECT_EQ(readAll(m), part);
     EXPECT_TRUE(LeanSwapVerts((dir / "two.obj").c_str(), m.c_str()));
     EXPECT_EQ(readAll(m), "# written by Kelvane plugin for Vandor\nv 5 5 5\nv 6 6 6\r\nvt 1 1\nf 1/1 2/1 1/1\n");
-}
-
-// The posing round's invariant on random parts: append them, split the combined mesh by group
-// and by list, and each part comes back with its own vertex lines, the same either way.
-TEST(PosingRound, RandomPartsComeBackWhole) {
-    std::mt19937 rng(4242);
-    for (int round = 0; round < 4; ++round) {
-        TempDir dir;
-        clearGroupsList();
-        const std::string combined = dir / "combined.obj";
-        std::vector<std::pair<std::string, std::string>> parts;  // name, vertex lines
-        int offset = 0;
-        for (int p = 0, n = 2 + int(rng() % 5); p < n; ++p) {
-            size_t verts;
-            do verts = 1 + rng() % 50;
-            while (std::any_of(parts.begin(), parts.end(), [&](auto& q) { return size_t(std::count(q.second.begin(), q.second.end(), '\n')) == verts; }));
-            std::string text = rng() % 2 ? "g x\n" : "", lines, faces;
-            for (size_t i = 0; i < verts; ++i) lines += "v " + std::to_string(rng() % 1000) + ".25 -1 " + std::to_string(i) + "\n";
-            for (size_t f = 0, nf = 1 + rng() % 20; f < nf; ++f) {
-                faces += "f";
-                for (int c = 0; c < 3 + int(rng() % 2); ++c) faces += " " + std::to_string(1 + rng() % verts) + (c % 2 ? "/1/1" : "//2");
-                faces += "\n";
-            }
-            for (size_t i = 1; i <= verts; ++i) faces += "f " + std::to_string(i) + "\n";  // every vertex in a face
-            const std::string name = "part" + std::to_string(rng() % 1000) + "_" + std::to_string(p);
-            writeAll(dir / (name + ".obj"), text + lines + "vt 0 0\ng y\n" + faces);
-            offset += int(callFn(AppendOBJ, dir / (name + ".obj"), offset, combined));
-            parts.emplace_back(name, lines);
-        }
-        for (const char* sub : {"list", "lean"}) std::filesystem::create_directory(dir / sub);
-        for (KelvaneFn fn : {ListSplitOBJtoOBJ, ListSplitOBJtoVyx}) ASSERT_EQ(callFn(fn, combined, 0, dir / "list/"), 0);
-        for (KelvaneFn fn : {SplitOBJ, SplitOBJtoVyx}) ASSERT_EQ(callFn(fn, combined, 0, dir / "lean/"), 0);
-        for (const auto& [name, lines] : parts) {
-            EXPECT_EQ(readAll(dir / ("list/" + name + ".obj")), lines) << name;
-            EXPECT_EQ(readAll(dir / ("lean/" + std::to_string(std::count(lines.begin(), lines.end(), '\n')) + ".obj")), lines);
-            EXPECT_EQ(readAll(dir / ("list/" + name + ".Vyt")), readAll(dir / ("lean/" + name + ".Vyt"))) << name;
-            // Transferred back, the part keeps its other lines after the new vertices.
-            const std::string vfile = dir / ("list/" + name + ".obj");
-            ASSERT_EQ(callFn(SwapVertices, vfile, 0, dir / (name + ".obj")), 0);
-            EXPECT_EQ(readAll(vfile).substr(0, lines.size()), lines);
-            EXPECT_NE(readAll(vfile).find("vt 0 0\ng y\nf"), std::string::npos);
-        }
-    }
-    clearGroupsList();
 }
 
 // The splits scan large inputs on several threads, cut at line ends into chunks: every output

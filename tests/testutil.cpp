@@ -1,17 +1,13 @@
 #include "testutil.h"
 
-#include <gtest/gtest.h>
 #ifndef _WIN32
-#include <malloc.h>
 #include <sys/wait.h>
-#include <unistd.h>
 #endif
 
 #include <algorithm>
 #include <bit>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <random>
 #include <stdexcept>
@@ -127,72 +123,5 @@ std::map<std::string, std::string> Sandbox::outputs() const {
 void Sandbox::clearOut() const {
     for (const auto& e : fs::directory_iterator(out)) fs::remove_all(e.path());
 }
-
-#ifdef _WIN32
-void expectBoundedInChild(size_t, const std::function<void()>& fn) {
-    fn();
-    GTEST_SKIP() << "the call's checks ran; its peak memory is measured in a forked child, on Linux";
-}
-#else
-namespace {
-
-// A field of /proc/self/status in KiB, or -1.
-long statusKiB(const char* field) {
-    std::FILE* f = std::fopen("/proc/self/status", "r");
-    if (!f) return -1;
-    char line[256];
-    long value = -1;
-    const size_t n = std::strlen(field);
-    while (std::fgets(line, sizeof line, f))
-        if (std::strncmp(line, field, n) == 0 && line[n] == ':') value = std::atol(line + n + 1);
-    std::fclose(f);
-    return value;
-}
-
-}  // namespace
-
-Measured inChild(const std::function<float()>& fn) {
-    int fds[2];
-    Measured m;
-    if (::pipe(fds) != 0) return m;
-    const pid_t pid = ::fork();
-    if (pid == 0) {
-        ::close(fds[0]);
-        ::malloc_trim(0);  // free memory inherited from the parent would hide a call's growth
-        if (std::FILE* c = std::fopen("/proc/self/clear_refs", "w")) {  // the peak := resident now
-            std::fputs("5", c);
-            std::fclose(c);
-        }
-        const long before = statusKiB("VmRSS");
-        Measured r;
-        r.result = fn();
-        r.growthKiB = statusKiB("VmHWM") - before;
-        r.ok = before >= 0;
-        (void)!::write(fds[1], &r, sizeof r);
-        ::_exit(0);
-    }
-    ::close(fds[1]);
-    if (pid > 0) {
-        if (::read(fds[0], &m, sizeof m) != ssize_t(sizeof m)) m.ok = false;
-        int status = 0;
-        ::waitpid(pid, &status, 0);
-    }
-    ::close(fds[0]);
-    return m;
-}
-
-void expectBoundedInChild(size_t inputBytes, const std::function<void()>& fn) {
-    const Measured m = inChild([&] {
-        fn();
-        return ::testing::Test::HasFailure() ? -1.f : 0.f;
-    });
-    ASSERT_TRUE(m.ok) << "no report from the child";
-    EXPECT_EQ(m.result, 0) << "a check failed in the child";
-    if (!kUnderAsan) {
-        EXPECT_LE(m.growthKiB, long(4 * inputBytes / 1024) + 24 * 1024);
-    }
-}
-
-#endif
 
 }  // namespace kvtest

@@ -1,6 +1,5 @@
 // Helpers shared by the tests: temporary folders, whole files, big-endian words, calls made the
-// way the host makes them, a sandbox that shows writes outside its output folder, and calls run
-// in a child whose peak memory is measured.
+// way the host makes them and a sandbox that shows writes outside its output folder.
 #pragma once
 
 #include <cstdint>
@@ -53,33 +52,6 @@ struct Sandbox {
     std::map<std::string, std::string> outputs() const;  // the entries of out/
     void clearOut() const;
 };
-
-// Runs fn in a forked child; result is fn's, growthKiB how far its resident memory peaked above
-// what it was before the call. Side effects on files persist, module state of the child is lost.
-struct Measured {
-    float result = 0;
-    long growthKiB = 0;
-    bool ok = false;  // the child ran the call and reported back
-};
-Measured inChild(const std::function<float()>& fn);
-// Checks that fn, run in a child, passes its own checks and peaks within a small multiple of
-// inputBytes plus a fixed amount (not under AddressSanitizer, whose quarantine keeps freed
-// memory resident).
-void expectBoundedInChild(size_t inputBytes, const std::function<void()>& fn);
-
-// AddressSanitizer's shadow memory and quarantine keep freed memory resident.
-constexpr bool kUnderAsan =
-#if defined(__SANITIZE_ADDRESS__)
-    true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-    true;
-#else
-    false;
-#endif
-#else
-    false;
-#endif
 
 // Windows: some behaviour differs by design (no modes, no fork, its C library's printf).
 #ifdef _WIN32

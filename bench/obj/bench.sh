@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 # Times the OBJ splits on synthetic combined meshes against the scanning floor (`wc -l`) and
 # the plain baseline split, with a warm page cache; prints MB/s, peak resident memory and
-# the ratios, each split on one thread (KELVANE_THREADS=1) and on every core. Each of the plug-in's splits runs RUNS times (default 3) and its best run
-# counts; the baseline runs once. CPU time (user + system) is printed beside the wall time:
+# the ratios, each split on one thread (KELVANE_THREADS=1) and on every core, and against
+# Debian's tinyobjloader merely parsing the file (when libtinyobjloader-dev is installed). Each
+# of the plug-in's splits runs RUNS times (default 3) and its best run counts; the baseline runs
+# once. CPU time (user + system) is printed beside the wall time:
 # on a busy machine it is the steadier figure. The generated files are deleted afterwards.
 #   bench/obj/bench.sh [SIZE_MB ...]        (default 100; build the release preset first)
 set -euo pipefail
@@ -51,6 +53,12 @@ for size in "${sizes[@]}"; do
   run 1 "$bin/obj_bench_baseline" vyt "$in" "$data/out/"
   bv_w=$wall bv_c=$cpu
   row "baseline (vyt)" "$wall" "$kib" "$cpu"
+  tiny=""
+  if [ -x "$bin/obj_bench_tinyobj" ]; then  # a general parser merely reading the file
+    run 1 "$bin/obj_bench_tinyobj" "$in"
+    tiny=$wall
+    row "tinyobjloader parse" "$wall" "$kib" "$cpu"
+  fi
   for op in SplitOBJ SplitOBJtoVyx ListSplitOBJtoOBJ ListSplitOBJtoVyx; do
     list=()
     case $op in List*) list=("$in.groups") ;; esac
@@ -63,7 +71,9 @@ for size in "${sizes[@]}"; do
       esac
       [ -n "$threads" ] && one=$wall
     done
-    awk -v a="$one" -v b="$wall" -v t="$(nproc)" 'BEGIN { printf "%-28s %.2fx faster on %d threads than on one\n", "", a / b, (t > 16 ? 16 : t) }' 
+    awk -v a="$one" -v b="$wall" -v t="$(nproc)" -v p="$tiny" 'BEGIN {
+      printf "%-28s %.2fx faster on %d threads than on one", "", a / b, (t > 16 ? 16 : t)
+      printf "%s", p == "" ? "\n" : sprintf("; %.2fx faster than the tinyobjloader parse\n", p / b) }' 
   done
   rm -f "$in" "$in.groups"
 done

@@ -65,6 +65,31 @@ private:
     }
 };
 
+// The number of lines of a buffer (which starts at a line start) whose first byte is c: line
+// feeds and c are found 64 bytes at a time, as LineScanner finds line feeds.
+inline size_t countLinesStartingWith(const char* data, size_t size, char c) {
+    size_t count = 0, i = 0;
+    uint64_t atStart = 1;  // the byte before ended a line
+#if defined(__SSE2__)
+    const __m128i nl = _mm_set1_epi8('\n'), want = _mm_set1_epi8(c);
+    for (; i + 64 <= size; i += 64) {
+        uint64_t lineFeeds = 0, hits = 0;
+        for (int k = 0; k < 4; ++k) {
+            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + i + 16 * k));
+            lineFeeds |= uint64_t(uint32_t(_mm_movemask_epi8(_mm_cmpeq_epi8(v, nl)))) << (16 * k);
+            hits |= uint64_t(uint32_t(_mm_movemask_epi8(_mm_cmpeq_epi8(v, want)))) << (16 * k);
+        }
+        count += static_cast<size_t>(std::popcount((lineFeeds << 1 | atStart) & hits));
+        atStart = lineFeeds >> 63;
+    }
+#endif
+    for (; i < size; ++i) {
+        count += atStart && data[i] == c;
+        atStart = data[i] == '\n';
+    }
+    return count;
+}
+
 // Appends text to a growing output buffer.
 inline void append(std::vector<char>& out, std::string_view s) { out.insert(out.end(), s.begin(), s.end()); }
 
