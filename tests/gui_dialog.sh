@@ -13,33 +13,8 @@ for tool in Xvfb zenity xdotool import dbus-daemon dbus-send dbus-update-activat
   command -v "$tool" >/dev/null || { echo "FAIL: $tool is not installed (scripts/deps.sh installs it)"; exit 1; }
 done
 
-work=$(mktemp -d)
-pids=()
-cleanup() {
-  for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
-  wait 2>/dev/null || true
-  rm -rf "$work"
-}
-trap cleanup EXIT
-
-fail() {
-  echo "FAIL: $*"
-  for f in "$work"/out*; do [ -f "$f" ] && { echo "== $f"; cat "$f"; }; done
-  exit 1
-}
-
-# Waits up to $2 seconds for file $1 to be non-empty.
-waitFor() {
-  local i
-  for ((i = 0; i < $2 * 10; i++)); do [ -s "$1" ] && return 0; sleep 0.1; done
-  return 1
-}
-
 # A private X server on a free display, and a private home for the dialog's settings.
-Xvfb -displayfd 3 -screen 0 1280x1024x24 -nolisten tcp 3>"$work/display" 2>"$work/xvfb.log" &
-pids+=($!)
-waitFor "$work/display" 20 || fail "Xvfb did not start: $(cat "$work/xvfb.log")"
-export DISPLAY=":$(tr -d '[:space:]' <"$work/display")"
+source "$(dirname "$0")/xvfb_session.sh"
 unset WAYLAND_DISPLAY
 export HOME="$work/home" XDG_CONFIG_HOME="$work/home/.config" XDG_DATA_HOME="$work/home/.local/share"
 export XDG_CACHE_HOME="$work/home/.cache" XDG_RUNTIME_DIR="$work/run"
@@ -53,17 +28,6 @@ startScript() {
   (cd "$HOME" && timeout 45 env PATH="${3:-$PATH}" "$kelvane" --plugin "$plugin" run "$1" >"$work/out$2" 2>&1
    echo $? >"$work/rc$2") &
   pids+=($!)
-}
-
-# The dialog's window, once it is mapped and has the keyboard focus.
-dialogWindow() {
-  local win
-  win=$(timeout 20 xdotool search --sync --onlyvisible --name '^Choose files to Gathermesh\.\.\.$' | head -n 1) ||
-    fail "no dialog window appeared"
-  [ -n "$win" ] || fail "no dialog window appeared"
-  timeout 10 xdotool windowfocus --sync "$win" || fail "the dialog did not take the focus"
-  sleep 0.5
-  echo "$win"
 }
 
 # Chooses the two files of $sel in run $1 ($2: the plug-in's PATH) and checks what the plug-in
@@ -99,26 +63,10 @@ sel="$work/sel"
 mkdir -p "$sel"
 printf 'v 0 0 0\n' >"$sel/première pièce.obj"
 printf 'v 1 1 1\n' >"$sel/.hidden part.obj"
-cat >"$work/choose.kvs" <<'KVS'
-GetOpenDialog --expect 2
-GetFilePath --number 1
-GetFilePath --number 2
-GetFilePath --number 3 --expect -1719
-ClearFileList
-GetFilePath --number 1 --expect -1719
-KVS
 chooseBoth 1 "" "$artefacts/gui_dialog.png"
 
 # ---- run 2: cancel with Escape ------------------------------------------------------------------
-cat >"$work/cancel.kvs" <<'KVS'
-GetOpenDialog --expect 0
-GetFilePath --number 1 --expect -1719
-KVS
-startScript "$work/cancel.kvs" 2
-dialogWindow >/dev/null
-xdotool key Escape
-waitFor "$work/rc2" 30 || fail "GetOpenDialog did not return after Escape"
-[ "$(cat "$work/rc2")" = 0 ] || fail "run 2 failed"
+cancelWithEscape 20
 grep -qx 'GetOpenDialog -> 0' "$work/out2" || fail "cancel did not return 0"
 
 # ---- run 3: the same choice through the file-chooser portal -------------------------------------

@@ -12,47 +12,13 @@ for tool in Xvfb xdotool import; do
   command -v "$tool" >/dev/null || { echo "FAIL: $tool is not installed (scripts/packages-windows.txt)"; exit 1; }
 done
 
-work=$(mktemp -d)
-pids=()
-cleanup() {
-  for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
-  wait 2>/dev/null || true
-  rm -rf "$work"
-}
-trap cleanup EXIT
+source "$(dirname "$0")/xvfb_session.sh"
 
-fail() {
-  echo "FAIL: $*" >&2
-  for f in "$work"/out*; do [ -f "$f" ] && { echo "== $f"; cat "$f"; } >&2; done
-  exit 1
-}
-
-waitFor() {
-  local i
-  for ((i = 0; i < $2 * 10; i++)); do [ -s "$1" ] && return 0; sleep 0.1; done
-  return 1
-}
-
-Xvfb -displayfd 3 -screen 0 1280x1024x24 -nolisten tcp 3>"$work/display" 2>"$work/xvfb.log" &
-pids+=($!)
-waitFor "$work/display" 20 || fail "Xvfb did not start: $(cat "$work/xvfb.log")"
-export DISPLAY=":$(tr -d '[:space:]' <"$work/display")"
-
-# Starts `kelvane.exe run $1` in the background; output to out$2, status to rc$2.
+# Starts `kelvane.exe run $1` in the background (Wine reaches the script through drive Z:);
+# output to out$2, status to rc$2.
 startScript() {
-  (cd "$work" && timeout 90 "$wine" "$kelvane" run "$1" >"$work/out$2" 2>&1; echo $? >"$work/rc$2") &
+  (cd "$work" && timeout 90 "$wine" "$kelvane" run "Z:$1" >"$work/out$2" 2>&1; echo $? >"$work/rc$2") &
   pids+=($!)
-}
-
-dialogWindow() {
-  local win
-  win=$(timeout 60 xdotool search --sync --onlyvisible --name '^Choose files to Gathermesh\.\.\.$' | head -n 1) ||
-    fail "no dialog window appeared"
-  [ -n "$win" ] || fail "no dialog window appeared"
-  timeout 10 xdotool windowactivate --sync "$win" 2>/dev/null || timeout 10 xdotool windowfocus --sync "$win" ||
-    fail "the dialog did not take the focus"
-  sleep 1
-  echo "$win"
 }
 
 # ---- run 1: two files, one of them hidden ------------------------------------------------------
@@ -61,15 +27,8 @@ mkdir -p "$sel"
 printf 'v 0 0 0\n' >"$sel/first part.obj"
 printf 'v 1 1 1\n' >"$sel/.hidden part.obj"
 winsel="Z:${sel//\//\\}"
-cat >"$work/choose.kvs" <<'KVS'
-GetOpenDialog --expect 2
-GetFilePath --number 1
-GetFilePath --number 2
-GetFilePath --number 3 --expect -1719
-ClearFileList
-KVS
-startScript choose.kvs 1
-dialogWindow >/dev/null
+startScript "$work/choose.kvs" 1
+dialogWindow 60 >/dev/null
 xdotool type --delay 30 "$winsel"
 xdotool key Return   # into the folder
 sleep 2
@@ -88,14 +47,6 @@ expected
 $expected"
 
 # ---- run 2: cancel with Escape -----------------------------------------------------------------
-cat >"$work/cancel.kvs" <<'KVS'
-GetOpenDialog --expect 0
-GetFilePath --number 1 --expect -1719
-KVS
-startScript cancel.kvs 2
-dialogWindow >/dev/null
-xdotool key Escape
-waitFor "$work/rc2" 40 || fail "GetOpenDialog did not return after Escape"
-[ "$(cat "$work/rc2")" = 0 ] || fail "run 2 failed"
+cancelWithEscape 60
 
 echo "OK: two files chosen and read back, Escape returned 0; screenshot $artefacts/gui_dialog_windows.png"

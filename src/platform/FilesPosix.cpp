@@ -180,13 +180,7 @@ bool creatableName(std::string_view) { return true; }  // any byte but '/' and N
 
 // ---- Mapped files ----------------------------------------------------------------------------
 
-void MappedFile::close() {
-    if (map_) ::munmap(map_, size_);
-    map_ = nullptr;
-    std::vector<char>().swap(copy_);
-    data_ = nullptr;
-    size_ = 0;
-}
+void MappedFile::unmap(void* map, size_t size) { ::munmap(map, size); }
 
 bool MappedFile::open(const char* path) {
     close();

@@ -176,13 +176,7 @@ bool creatableName(std::string_view name) {
 
 // ---- Mapped files ----------------------------------------------------------------------------
 
-void MappedFile::close() {
-    if (map_) UnmapViewOfFile(map_);
-    map_ = nullptr;
-    std::vector<char>().swap(copy_);
-    data_ = nullptr;
-    size_ = 0;
-}
+void MappedFile::unmap(void* map, size_t) { UnmapViewOfFile(map); }
 
 bool MappedFile::open(const char* path) {
     close();

@@ -21,12 +21,20 @@ public:
 
     // Lets the file go (the view becomes empty): a mapped file cannot be replaced everywhere,
     // so a writer that replaces its own input closes the view first.
-    void close();
+    void close() {
+        if (map_) unmap(map_, size_);
+        map_ = nullptr;
+        std::vector<char>().swap(copy_);
+        data_ = nullptr;
+        size_ = 0;
+    }
 
     const char* data() const { return data_; }
     size_t size() const { return size_; }
 
 private:
+    static void unmap(void* map, size_t size);  // the system's half of close()
+
     const char* data_ = nullptr;
     size_t size_ = 0;
     void* map_ = nullptr;      // the mapping, when the file is mapped
