@@ -243,7 +243,7 @@ char* putFace(char* p, const char* f) {
 // in them) are formatted on every core, then written in order.
 void putFaceRuns(kv::BlockWriter& w, const char* d, const MeshLayout& m) {
     const char* records = d + m.third.at + kHeadSize;
-    const uint64_t faces = m.faceEnd - (m.third.at + kHeadSize) >= 16 ? (m.faceEnd - (m.third.at + kHeadSize)) / 16 : 0;
+    const uint64_t faces = (m.faceEnd - (m.third.at + kHeadSize)) / 16;  // whole records (faceEnd is past the head)
     std::vector<uint64_t> start;  // the face each written run starts at
     for (uint64_t f = 0; start.size() < faceID.size() && f < faces; f = std::min(faces, f + faceID[start.size() - 1]))
         start.push_back(f);
@@ -261,14 +261,18 @@ void putFaceRuns(kv::BlockWriter& w, const char* d, const MeshLayout& m) {
             const size_t lastRun = to == written ? start.size() : size_t(std::lower_bound(start.begin(), start.end(), to) - start.begin());
             buffers[t].resize((to - from) * 64 + (lastRun - run) * 32);
             char* p = buffers[t].data();
-            for (uint64_t f = from; f < to || (f == to && run < lastRun); ++f) {
+            auto labels = [&](uint64_t f) {  // the runs that start at face f
                 for (; run < lastRun && start[run] == f; ++run) {
                     p = copyText(p, "#FaceID ");
                     p = kv::putUint(p, static_cast<uint32_t>(run + 1));  // runs are no more than faces
                     *p++ = '\n';
                 }
-                if (f < to) p = putFace(p, records + 16 * f);
+            };
+            for (uint64_t f = from; f < to; ++f) {
+                labels(f);
+                p = putFace(p, records + 16 * f);
             }
+            labels(to);  // runs starting after the last face: only the last batch has them
             used[t] = static_cast<size_t>(p - buffers[t].data());
         });
         for (unsigned t = 0; t < threads; ++t) w.put({buffers[t].data(), used[t]});

@@ -374,7 +374,8 @@ void buildVertexFile(const SplitScan& s, const IndexSet* set, std::vector<char>&
     // The positions are read on every core: part k takes the indices in slice k of the set's
     // span and writes them where the counts of the slices before it say.
     const size_t parts = std::max<size_t>(1, std::min<size_t>(scanThreads(), n / std::max<size_t>(gMinChunk / 512, 1)));  // 16384 vertices a part at least
-    const uint64_t from = std::max<uint64_t>(1, set->span().first), to = std::min(nV, set->span().second);
+    const auto [first, last] = set->span();
+    const uint64_t from = std::max<uint64_t>(1, first), to = std::min(nV, last);
     auto sliceEnd = [&](size_t k) { return from - 1 + (to >= from ? to - from + 1 : 0) * k / parts; };  // slice k: (sliceEnd(k), sliceEnd(k + 1)]
     std::vector<size_t> at(parts + 1, n);
     at[0] = 0;
