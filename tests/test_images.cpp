@@ -2,8 +2,6 @@
 // (header codes, swap and stencil, grayscale, merging with a key colour, seam healing, thumbnails).
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
-
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -39,8 +37,12 @@ void setWidth(double w) { CropBMP_SetWidth(nullptr, w, nullptr, nullptr); }
 
 unsigned char at(const std::string& s, size_t i) { return static_cast<unsigned char>(s[i]); }
 
-float call(KelvaneFn fn, const std::string& text, double number, const std::string& mem1 = "") {
-    return callFn(fn, text, number, mem1);
+// The first count pixels of a PSD whose three planes start at dataAt, as "r,g,b r,g,b ...".
+std::string pixels(const std::string& s, size_t dataAt, size_t planeSize, size_t count) {
+    std::string out;
+    for (size_t k = 0; k < count; ++k)
+        for (size_t p = 0; p < 3; ++p) out += std::to_string(at(s, dataAt + p * planeSize + k)) + (p < 2 ? "," : " ");
+    return out;
 }
 
 }  // namespace
@@ -117,60 +119,33 @@ TEST(BmpCrop, RefusalsWriteNothing) {
     EXPECT_EQ(wide.substr(54 + 32, 15), makeBmp(3, 6).substr(54 + 36, 15));
 }
 
-TEST(PsdHeader, CodesAndDataOffset) {
+// A header the operations refuse, with its code: the file stays as it was.
+TEST(PsdHeader, RefusalCodes) {
     TempDir dir;
-    const std::string f = dir / "h.psd";
-    auto parse = [&](const std::string& bytes) {
-        writeAll(f, bytes);
-        return loadPSD(f.c_str()) ? readPSDHeader() : -100;
-    };
     const Psd good = uniform(2, 3, {1, 2, 3});
-    EXPECT_EQ(parse(good.bytes()), 0);
-    EXPECT_EQ(offst, 40);  // 34 + layer length word + compression word
-    EXPECT_EQ(fHeader.rows, 2u);
-    EXPECT_EQ(fHeader.columns, 3u);
-    EXPECT_EQ(img.size(), good.bytes().size() + 1);  // the last byte is read twice
-    EXPECT_EQ(img.back(), img[img.size() - 2]);
-    Psd sections = good, published = good, colourData = good, packed = good;
-    sections.resources = "resour";
-    sections.layers = "layerlayer";
-    EXPECT_EQ(parse(sections.bytes()), 0);
-    EXPECT_EQ(offst, 34 + 6 + 4 + 10 + 2);
-    std::string bad = good.bytes();
-    bad[3] = 'B';
-    published.version = std::string("\x00\x01", 2);
-    colourData.colourModeLength = 4;
-    packed.compression = 1;
-    EXPECT_EQ(parse(bad), -1);
-    EXPECT_EQ(parse(published.bytes()), -2);
-    EXPECT_EQ(parse(colourData.bytes()), -3);
-    EXPECT_EQ(parse(packed.bytes()), -4);
-    std::string lying = sections.bytes();
-    lying[33] = '\x7f';  // resources length about 2^31
-    EXPECT_EQ(parse(lying), -1);
+    Psd published = good, colourData = good, packed = good;
+    published.version = std::string("\x00\x01", 2), colourData.colourModeLength = 4, packed.compression = 1;
+    std::string badSignature = good.bytes(), lying = good.bytes();
+    badSignature[3] = 'B', lying[33] = '\x7f';  // a resources length about 2^31
+    for (auto [bytes, code] : std::vector<std::pair<std::string, float>>{
+             {badSignature, -1}, {published.bytes(), -2}, {colourData.bytes(), -3}, {packed.bytes(), -4}, {lying, -1}}) {
+        writeAll(dir / "h.psd", bytes);
+        EXPECT_EQ(callFn(SwapColorsPSD, dir / "h.psd", 0), code);
+        EXPECT_EQ(readAll(dir / "h.psd"), bytes);
+    }
 }
-
-namespace {
-
-// Pixel k of the first three planes of a PSD whose data starts at dataAt, as "r,g,b".
-std::string pixel(const std::string& s, size_t dataAt, size_t planeSize, size_t k) {
-    return std::to_string(at(s, dataAt + k)) + "," + std::to_string(at(s, dataAt + planeSize + k)) + "," +
-           std::to_string(at(s, dataAt + 2 * planeSize + k));
-}
-
-}  // namespace
 
 TEST(PsdConvert, SwapStencilAndGrayscale) {
     TempDir dir;
     const std::string f = dir / "c.psd", gray = dir / "gray.psd";
     const Rgb source[8] = {{0, 0, 0}, {255, 0, 0}, {0x12, 0x34, 0x56}, {0, 0, 0}, {255, 255, 254}, {255, 255, 255}, {101, 101, 101}, {10, 20, 30}};
     Psd p;
-    p.rows = 2, p.columns = 4, p.channels = 4, p.resources = "RES";
+    p.rows = 2, p.columns = 4, p.channels = 4, p.resources = "RES", p.layers = "LAY";
     p.pixels([&](size_t k) { return source[k]; });
     p.planes += "ALPHA!!!";  // a fourth channel, left alone
     p.tail = "tail";
     const std::string original = p.bytes();
-    const size_t data = 34 + 3 + 4 + 2;
+    const size_t data = 40 + 3 + 3;  // after the resources and the layers
     // Colour numbers are red * 65536 + green * 256 + blue; the in-colour replaces the key colour.
     const struct {
         KelvaneFn fn;
@@ -184,11 +159,9 @@ TEST(PsdConvert, SwapStencilAndGrayscale) {
     for (const auto& c : cases) {
         writeAll(f, original);
         SetInColor(nullptr, c.inColour, nullptr, nullptr);
-        ASSERT_EQ(call(c.fn, f, c.key), 0);
+        ASSERT_EQ(callFn(c.fn, f, c.key), 0);
         const std::string out = readAll(f);
-        std::string pixels;
-        for (size_t k = 0; k < 8; ++k) pixels += pixel(out, data, 8, k) + " ";
-        EXPECT_EQ(pixels, c.pixels);
+        EXPECT_EQ(pixels(out, data, 8, 8), c.pixels);
         EXPECT_EQ(out.substr(0, data), original.substr(0, data));
         EXPECT_EQ(out.substr(data + 24), original.substr(data + 24) + "l");  // the last byte, repeated
     }
@@ -199,7 +172,7 @@ TEST(PsdConvert, SwapStencilAndGrayscale) {
     for (auto [level, grays] : std::vector<std::pair<double, const char*>>{
              {-4, "0 85 52 0 254 255 101 20 "}, {std::nan(""), "0 85 52 0 254 255 101 20 "},
              {100.9, "0 0 0 0 254 255 3 0 "}, {300, "0 0 0 0 0 255 0 0 "}}) {
-        EXPECT_EQ(call(RGBtoGrayscale, f, level, gray), 0);
+        EXPECT_EQ(callFn(RGBtoGrayscale, f, level, gray), 0);
         const std::string out = readAll(gray);
         ASSERT_EQ(out.size(), data + 8);  // one plane; the other channels and the tail are dropped
         std::string values;
@@ -213,10 +186,10 @@ TEST(PsdConvert, SwapStencilAndGrayscale) {
     Psd grayIn = uniform(1, 2, {9, 9, 9});
     grayIn.mode = 1;
     writeAll(f, grayIn.bytes());
-    EXPECT_EQ(call(RGBtoGrayscale, f, 0, gray), -3);
-    EXPECT_EQ(call(CreateThumbnail, f, 16), -3);
+    EXPECT_EQ(callFn(RGBtoGrayscale, f, 0, gray), -3);
+    EXPECT_EQ(callFn(CreateThumbnail, f, 16), -3);
     writeAll(f, original);
-    EXPECT_EQ(call(RGBtoGrayscale, f, 0, dir / "no/such/dir.psd"), -5);
+    EXPECT_EQ(callFn(RGBtoGrayscale, f, 0, dir / "no/such/dir.psd"), -5);
 }
 
 TEST(PsdMerge, KeyColourShowsTheSecondImage) {
@@ -231,16 +204,14 @@ TEST(PsdMerge, KeyColourShowsTheSecondImage) {
     b.planes += "AAAA";
     const std::string aBytes = a.bytes(), bBytes = b.bytes();
     const size_t bData = 34 + 10 + 4 + 2;
-    for (auto [key, pixels] : std::vector<std::pair<double, const char*>>{
+    for (auto [key, want] : std::vector<std::pair<double, const char*>>{
              {16711680, "40,50,60 1,2,3 42,52,62 255,0,1 "},  // pure red is transparent
              {0x010204, "255,0,0 1,2,3 255,0,0 255,0,1 "}}) {  // a key no pixel has
         writeAll(first, aBytes);
         writeAll(second, bBytes);
-        ASSERT_EQ(call(MergePSDfiles, first, key, second), 0);
+        ASSERT_EQ(callFn(MergePSDfiles, first, key, second), 0);
         const std::string out = readAll(first);
-        std::string got;
-        for (size_t k = 0; k < 4; ++k) got += pixel(out, bData, 4, k) + " ";
-        EXPECT_EQ(got, pixels);
+        EXPECT_EQ(pixels(out, bData, 4, 4), want);
         EXPECT_EQ(out.substr(0, bData), bBytes.substr(0, bData));
         EXPECT_EQ(out.substr(bData + 12), bBytes.substr(bData + 12) + "m");
         EXPECT_EQ(readAll(second), bBytes);
@@ -253,7 +224,7 @@ TEST(PsdMerge, KeyColourShowsTheSecondImage) {
         writeAll(first, firstBytes);
         writeAll(second, secondBytes);
         if (secondBytes.empty()) std::remove(second.c_str());
-        EXPECT_EQ(call(MergePSDfiles, first, 0, second), code);
+        EXPECT_EQ(callFn(MergePSDfiles, first, 0, second), code);
         EXPECT_EQ(readAll(first), firstBytes);
     }
 }
@@ -275,7 +246,7 @@ TEST(PsdHeal, FixedRowsAndColumnsFromTheFirstImage) {
     auto run = [&](const std::string& s, size_t p, size_t r, size_t c, size_t count) { return s.substr(40 + p * h * w + r * w + c, count); };
     writeAll(first, a);
     writeAll(second, b);
-    ASSERT_EQ(call(HealPSDfiles, first, std::nan(""), second), 0);  // NaN: rows
+    ASSERT_EQ(callFn(HealPSDfiles, first, std::nan(""), second), 0);  // NaN: rows
     std::string out = readAll(first);
     ASSERT_EQ(out.size(), b.size() + 1);
     EXPECT_EQ(out.substr(40 + 3 * h * w), "TT");
@@ -283,7 +254,7 @@ TEST(PsdHeal, FixedRowsAndColumnsFromTheFirstImage) {
         for (auto [r, from] : std::vector<std::pair<size_t, const std::string*>>{{0, &a}, {9, &a}, {10, &b}, {h - 11, &b}, {h - 10, &a}, {h - 1, &a}})
             EXPECT_EQ(run(out, p, r, 0, w), run(*from, p, from == &a ? (r < 10 ? r + 50 : r - (h - 10) + 40) : r, 0, w)) << p << " " << r;
     writeAll(first, a);
-    ASSERT_EQ(call(HealPSDfiles, first, 1, second), 0);  // columns: 0, 1 from 50, 51; the last two from 48, 49
+    ASSERT_EQ(callFn(HealPSDfiles, first, 1, second), 0);  // columns: 0, 1 from 50, 51; the last two from 48, 49
     out = readAll(first);
     for (size_t p = 0; p < 3; ++p) {
         for (size_t r : {size_t(0), size_t(1), size_t(h - 1)}) EXPECT_EQ(run(out, p, r, 0, w), run(b, p, r, 0, w)) << r;
@@ -293,11 +264,11 @@ TEST(PsdHeal, FixedRowsAndColumnsFromTheFirstImage) {
             EXPECT_EQ(run(out, p, r, w - 2, 2), run(a, p, r, 48, 2));
         }
     }
-    // Below 100 in either direction: -9; a size mismatch: -6; a second file cut short: refused.
+    // Below 100 in either direction: -9; a size mismatch: -6. (Cut files: the fuzz harness.)
     for (auto [bytes, code] : std::vector<std::pair<std::string, float>>{
              {uniform(100, 99, {1, 1, 1}).bytes(), -9}, {uniform(99, 100, {1, 1, 1}).bytes(), -9}, {uniform(100, 100, {1, 1, 1}).bytes(), -6}}) {
         writeAll(first, bytes);
-        EXPECT_EQ(call(HealPSDfiles, first, 1, second), code);
+        EXPECT_EQ(callFn(HealPSDfiles, first, 1, second), code);
         EXPECT_EQ(readAll(first), bytes);
     }
     writeAll(first, a);
@@ -305,12 +276,7 @@ TEST(PsdHeal, FixedRowsAndColumnsFromTheFirstImage) {
         std::string cut = b;
         cut.replace(at, 4, "\xFF\xFF\xFF\x7F");
         writeAll(second, cut);
-        EXPECT_EQ(call(HealPSDfiles, first, 0, second), -1) << at;
-        EXPECT_EQ(readAll(first), a);
-    }
-    for (size_t cut : {size_t(20), size_t(39), size_t(40 + h * w), a.size() - 2}) {
-        writeAll(second, b.substr(0, cut));
-        EXPECT_TRUE(oneOf(call(HealPSDfiles, first, 1, second), {-1, -2, -3, -4, -6})) << cut;
+        EXPECT_EQ(callFn(HealPSDfiles, first, 0, second), -1) << at;
         EXPECT_EQ(readAll(first), a);
     }
 }
@@ -335,16 +301,16 @@ TEST(PsdThumbnail, CentredOnBlackAndAreaAveraged) {
     };
     const std::string src = dir / "set.v2/wide.psd", thumb = dir / "set.v2/wide_thumb.psd", tall = dir / "set.v2/tall";
     writeAll(src, uniform(100, 200, {10, 200, 30}).bytes());
-    ASSERT_EQ(call(CreateThumbnail, src, 64), 0);
+    ASSERT_EQ(callFn(CreateThumbnail, src, 64), 0);
     std::string t = readAll(thumb);
     ASSERT_EQ(t.size(), 40u + 3 * 64 * 64);
     EXPECT_EQ(t.substr(0, 40), uniform(64, 64, {0, 0, 0}).bytes().substr(0, 40));
     EXPECT_EQ(wrong(t, 64, 0, 16, 64, 32, {10, 200, 30}), "0/0");  // 64 x 32 in rows 16..47
     writeAll(tall, uniform(150, 50, {250, 0, 128}).bytes());  // no extension: the name gets the suffix
-    ASSERT_EQ(call(CreateThumbnail, tall, 30), 0);
+    ASSERT_EQ(callFn(CreateThumbnail, tall, 30), 0);
     EXPECT_EQ(wrong(readAll(tall + "_thumb.psd"), 30, 10, 0, 10, 30, {250, 0, 128}), "0/0");  // columns 10..19
     writeAll(tall, uniform(1, 2, {7, 8, 9}).bytes());  // enlarged
-    ASSERT_EQ(call(CreateThumbnail, tall, 8.7), 0);
+    ASSERT_EQ(callFn(CreateThumbnail, tall, 8.7), 0);
     EXPECT_EQ(wrong(readAll(tall + "_thumb.psd"), 8, 0, 2, 8, 4, {7, 8, 9}), "0/0");
     // A one-pixel checkerboard shrunk by 4 averages to mid-gray; picking pixels would give 0 or 255.
     Psd board;
@@ -354,12 +320,12 @@ TEST(PsdThumbnail, CentredOnBlackAndAreaAveraged) {
         return Rgb{v, v, v};
     });
     writeAll(src, board.bytes());
-    ASSERT_EQ(call(CreateThumbnail, src, 16), 0);
+    ASSERT_EQ(callFn(CreateThumbnail, src, 16), 0);
     t = readAll(thumb);
     for (size_t i = 40; i < t.size(); ++i) ASSERT_NEAR(at(t, i), 127.5, 1.0) << "sample " << i - 40;
-    EXPECT_EQ(call(CreateThumbnail, src, 0.5), -9);
-    EXPECT_EQ(call(CreateThumbnail, src, 4097), -9);
+    EXPECT_EQ(callFn(CreateThumbnail, src, 0.5), -9);
+    EXPECT_EQ(callFn(CreateThumbnail, src, 4097), -9);
     ASSERT_EQ(std::remove(thumb.c_str()), 0);
     ASSERT_TRUE(std::filesystem::create_directory(thumb));  // the thumbnail's name is taken by a folder
-    EXPECT_EQ(call(CreateThumbnail, src, 16), -5);
+    EXPECT_EQ(callFn(CreateThumbnail, src, 16), -5);
 }
