@@ -3,11 +3,10 @@
 // into the parts, the face-count map and the unique names.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <array>
 #include <bit>
 #include <cmath>
-#include <cstring>
+#include <cstdio>
 #include <filesystem>
 #include <random>
 #include <sstream>
@@ -16,14 +15,13 @@
 
 #include "leanOBJ.h"
 #include "meshfiles.h"
-#include "util/text.h"
 
 using namespace kvtest;
 using namespace std::string_literals;
 
 namespace {
 
-void setList(std::initializer_list<std::pair<const char*, int>> records) {
+void setList(const std::vector<std::pair<const char*, int>>& records) {
     clearGroupsList();
     for (auto [name, faces] : records) addToGroupsList(name, faces);
 }
@@ -58,23 +56,10 @@ TEST(ObjRules, LineKindsAndFaceIndices) {
         EXPECT_EQ(faceIndices(line), want) << line;
 }
 
-// The line scanner finds line feeds 64 bytes at a time and the vertex reader has a fast path
-// for short decimals: both against plain references on random input.
-TEST(ObjRules, ScannerAndVertexReaderMatchReferences) {
+// The vertex reader has a fast path for short decimals: against a standard input stream reading
+// "v x y z", on edge cases and random decimals.
+TEST(ObjRules, VertexReaderMatchesTheStreamReference) {
     std::mt19937 rng(77);
-    for (int round = 0; round < 300; ++round) {
-        std::string buf(rng() % 300, 'x');
-        for (char& c : buf) c = "ab\n\r v"[rng() % (round % 2 ? 6 : 3)];
-        std::vector<std::string> want, got;
-        for (size_t at = 0; at < buf.size();) {
-            const size_t nl = std::min(buf.find('\n', at), buf.size());
-            want.push_back(buf.substr(at, nl - at));
-            at = nl + 1;
-        }
-        kv::LineScanner lines(buf.data(), buf.size());
-        for (std::string_view l; lines.next(l);) got.emplace_back(l);
-        ASSERT_EQ(got, want) << round;
-    }
     std::vector<std::string> texts = {"16777217", "16777219", "-16777217.0", "16777217.00000001", "16777216.99999999",
                                       "0.1", "3.4028235e38", "1e-3", "0.000000000000000000001", "123456789012345678901",
                                       "+1.5", "-2e1", ".25", "abc", "1e-50", "1e-40", "1e39", "-1e39", "-inf", "nan",
@@ -86,7 +71,6 @@ TEST(ObjRules, ScannerAndVertexReaderMatchReferences) {
                       double(uint64_t(rng()) * rng() % 100000000000000ull) / std::pow(10.0, 1 + int(rng() % 12)));
         texts.push_back(text);
     }
-    // Vertex lines are read as a standard input stream reads "v x y z".
     for (const std::string& t : texts) {
         const std::string line = "v  " + t + "\t" + t + " " + t + "\r";
         std::istringstream in(line);
@@ -120,18 +104,12 @@ TEST(GroupList, AddNameSaveLoad) {
     const std::string file = dir / "l.bin";
     EXPECT_EQ(callFn(GroupListSave, nullptr), -9);
     EXPECT_EQ(callFn(GroupListSave, file), 0);
-    std::string a("A"), b("B");
-    a.resize(128, '\0'), b.resize(128, '\0');
-    EXPECT_EQ(readAll(file), a + be32(0) + be32(10) + b + be32(10) + be32(15));
+    EXPECT_EQ(readAll(file), listRecord("A", 0, 10) + listRecord("B", 10, 15));
 
     callFn(GroupListClear);
     EXPECT_EQ(faceIndex, 0);
-    EXPECT_EQ(callFn(GroupListLoad, file), 0);
-    EXPECT_EQ(callFn(GroupListSize), 2);
-    EXPECT_EQ(faceIndex, 0);  // not recomputed from the records
+    // A failed load still empties the list. (What a load reads is the fuzz harness's work.)
     EXPECT_EQ(callFn(GroupListAdd, "C", 4), 0);
-    EXPECT_EQ(groupsList[2].firstFace, 0);
-    // A failed load still empties the list.
     EXPECT_EQ(callFn(GroupListLoad, dir / "missing.bin"), -3);
     EXPECT_EQ(callFn(GroupListSize), -1);
     clearGroupsList();
@@ -152,13 +130,9 @@ TEST(AppendOBJ, RewritesGroupsAndFacesAcrossParts) {
     writeAll(dir / "sub/Cube.part.obj", "v 0 0 0\nv 1 0 0\nv 1 1 0\nf 1 2 3\nf 3 2 1\n");
     EXPECT_EQ(callFn(AppendOBJ, dir / "sub/Cube.part.obj", 4.9, combined), 3);
     EXPECT_EQ(readAll(combined), once + "v 0 0 0\nv 1 0 0\nv 1 1 0\nf 5 6 7 \nf 7 6 5 \n");
-    ASSERT_EQ(groupsList.size(), 2u);
-    EXPECT_STREQ(groupsList[1].name, "Cube.part");
-    EXPECT_EQ(groupsList[0].endFace, 4);
-    EXPECT_EQ(groupsList[1].firstFace, 4);
-    EXPECT_EQ(groupsList[1].endFace, 6);
-    // Failures change neither the file nor the list.
     EXPECT_EQ(faceIndex, 6);
+    ASSERT_EQ(callFn(GroupListSave, dir / "l.bin"), 0);
+    EXPECT_EQ(readAll(dir / "l.bin"), listRecord("Arm_L", 0, 4) + listRecord("Cube.part", 4, 6));
     // The indices are shifted in 64 bits, by offsets at the 32-bit limits.
     writeAll(part, "v 0 0 0\ng a\nf 1 -1 2147483647 4294967295\n");
     EXPECT_EQ(callFn(AppendOBJ, part, 2147483647.0, dir / "big.obj"), 1);
@@ -224,25 +198,6 @@ TEST(SplitOBJtoVyx, VertexFilesNamedByGroup) {
     EXPECT_FALSE(exists(dir / "a"));
 }
 
-// Faces that span the whole mesh in every group: the vertex sets must stay right when they
-// outgrow their bit sets and fall back to sorted lists (many duplicates, descending order).
-TEST(SplitOBJtoVyx, GroupsSpanningTheWholeMesh) {
-    TempDir dir;
-    const int n = 200000;
-    std::string text;
-    for (int i = 1; i < n; ++i) text += "v 1 1 1\n";
-    text += "v 9 9 9\n";
-    for (int g = 0; g < 100; ++g) text += "g g" + std::to_string(100 + g) + "\nf 1 " + std::to_string(n) + "\n";
-    text += "g zz\nf " + std::to_string(n) + " 100 3\n";
-    for (int f = 0; f < 5000; ++f) text += "f 2 3 1\n";
-    text += "g g100\nf " + std::to_string(n) + "\n";  // continues the first group
-    writeAll(dir / "wide.obj", text);
-    ASSERT_EQ(callFn(SplitOBJtoVyx, dir / "wide.obj", 0, dir / "o"), 0);
-    for (int g = 0; g < 100; ++g)
-        ASSERT_EQ(readAll(dir / ("g" + std::to_string(100 + g) + ".Vyt")), vytFile({1, 1, 1, 9, 9, 9})) << g;
-    EXPECT_EQ(readAll(dir / "zz.Vyt"), vytFile({1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 9, 9, 9}));
-}
-
 const char* kFourFaces =
     "v 1 0 0\nv 2 0 0\r\nv 3 0 0\nvt 0 0\nv 4 0 0\nv 5 0 0 0.5\nv 6 0 0\ng ignored\n"
     "f 1/1/1 2/1/1 3/1/1\nf 1 2 3\n# between\nf 3 4 5\nf 5//2 4//2 3//2\n";
@@ -269,8 +224,7 @@ TEST(ListSplit, FaceRangesSharedVerticesAndNames) {
     for (const auto& c : cases) {
         TempDir dir;
         writeAll(dir / "c.obj", kFourFaces);
-        clearGroupsList();
-        for (auto [name, faces] : c.records) addToGroupsList(name, faces);
+        setList(c.records);
         EXPECT_EQ(callFn(ListSplitOBJtoOBJ, dir / "c.obj", 0, dir / "x"), c.code);
         for (const auto& [name, text] : c.files) EXPECT_EQ(readAll(dir / name), text) << name;
         EXPECT_EQ(listing(dir.path), c.listing);
@@ -285,7 +239,6 @@ TEST(ListSplit, FaceRangesSharedVerticesAndNames) {
     EXPECT_EQ(readAll(dir / "Tri_copy1.Vyt"), readAll(dir / "Tri.Vyt"));
     EXPECT_EQ(callFn(ListSplitOBJtoVyx, dir / "none.obj", 0, dir / "x"), -1);
     EXPECT_EQ(callFn(ListSplitOBJtoOBJ, dir / "none.obj", 0, dir / "x"), -1);
-    EXPECT_EQ(callFn(ListSplitOBJtoVyx, dir / "c.obj", 0, dir / "no/such/x"), -3);
     clearGroupsList();
 }
 
@@ -295,9 +248,7 @@ TEST(ListSplit, FaceCountsAndUniqueNames) {
     setList({{"A", 10}, {"B", 5}, {"A", 3}});
     EXPECT_EQ(callFn(GetFaces, "A"), -1);  // not built yet
     EXPECT_EQ(callFn(CreateFacesList), 0);
-    EXPECT_EQ(callFn(GetFaces, "A"), 10);  // the first record's count is kept
-    EXPECT_EQ(callFn(GetFaces, "B"), 5);
-    EXPECT_EQ(callFn(GetFaces, "C"), -1);
+    for (auto [name, faces] : {std::pair{"A", 10}, {"B", 5}, {"C", -1}}) EXPECT_EQ(callFn(GetFaces, name), faces) << name;  // the first A
     groupsList.clear();
     EXPECT_EQ(callFn(CreateFacesList), -5);  // an empty list leaves the map as it was
     EXPECT_EQ(callFn(GetFaces, "B"), 5);
