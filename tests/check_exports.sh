@@ -12,32 +12,18 @@ expected=$(echo "$script" | tr ' ;{' '\n\n\n' | grep -E '^[A-Za-z_][A-Za-z0-9_]*
 symbols=$(nm -D --defined-only "$lib" | awk '$2 != "A" {print $3}')
 actual=$(echo "$symbols" | sed 's/@.*//' | sort -u)
 declared=$(grep -oE '^KV_API float [A-Za-z_0-9]+\(' "$header" | sed -E 's/^KV_API float //; s/\($//' | sort -u)
+functions=$(nm -D --defined-only "$lib" | awk '$2 == "T" {print $3}' | sed 's/@.*//' | sort -u)
 
 status=0
-if [ "$expected" != "$actual" ]; then
-  echo "dynamic symbols differ from the version script:"
-  diff <(echo "$expected") <(echo "$actual") || true
-  status=1
-fi
+problem() { echo "$*"; status=1; }
+[ "$expected" = "$actual" ] ||
+  problem "dynamic symbols differ from the version script:" "$(diff <(echo "$expected") <(echo "$actual"))"
 unversioned=$(echo "$symbols" | grep -v "@@$node\$" || true)
-if [ -z "$node" ] || [ -n "$unversioned" ]; then
-  echo "symbols outside the version node '$node': $unversioned"
-  status=1
-fi
+[ -n "$node" ] && [ -z "$unversioned" ] || problem "symbols outside the version node '$node': $unversioned"
 missing=$(comm -23 <(echo "$declared") <(echo "$actual"))
-if [ -n "$missing" ]; then
-  echo "declared in the header but not exported: $missing"
-  status=1
-fi
-functions=$(nm -D --defined-only "$lib" | awk '$2 == "T" {print $3}' | sed 's/@.*//' | sort -u)
+[ -z "$missing" ] || problem "declared in the header but not exported: $missing"
 undeclared=$(comm -13 <(echo "$declared") <(echo "$functions"))
-if [ -n "$undeclared" ]; then
-  echo "exported but not declared in the header: $undeclared"
-  status=1
-fi
-if nm -D --defined-only "$lib" | awk '{print $3}' | grep -q '^_Z'; then
-  echo "mangled names are exported"
-  status=1
-fi
+[ -z "$undeclared" ] || problem "exported but not declared in the header: $undeclared"
+! grep -q '^_Z' <<<"$symbols" || problem "mangled names are exported"
 [ $status -eq 0 ] && echo "exports OK: $(echo "$actual" | wc -l) symbols"
 exit $status
