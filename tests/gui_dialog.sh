@@ -1,11 +1,9 @@
 #!/usr/bin/env bash
-# The open-file dialog in a real window: under Xvfb, `kelvane run` calls GetOpenDialog and then
-# reads the selection back with GetFilePath, while xdotool works the dialog like a user.
-# Run 1 (zenity, no session bus) types the folder of two files (one hidden, one with a UTF-8
-# name), shows hidden files, selects both and confirms; run 2 presses Escape; run 3 makes the
-# choice of run 1 through the file-chooser portal on a private session bus, with no dialog
-# program on the plug-in's PATH. Every wait is bounded; everything started here is stopped.
-#
+# The open-file dialog in a real window: under Xvfb, `kelvane run` calls GetOpenDialog and reads
+# the selection back with GetFilePath, while xdotool works the dialog like a user. Run 1 (zenity,
+# no session bus) chooses two files (one hidden, one with a UTF-8 name); run 2 presses Escape;
+# run 3 makes run 1's choice through the file-chooser portal on a private session bus, with no
+# dialog program on the plug-in's PATH.
 #   gui_dialog.sh KELVANE PLUGIN ARTEFACT_DIR     (leaves ARTEFACT_DIR/gui_dialog.png)
 set -euo pipefail
 kelvane=$1 plugin=$2 artefacts=$3

@@ -26,15 +26,12 @@ namespace {
 struct EnvSet {
     std::string name;
     std::optional<std::string> old;
-    EnvSet(const char* n, std::optional<std::string> value) : name(n) {
+    EnvSet(const char* n, const std::optional<std::string>& value) : name(n) {
         if (const char* v = std::getenv(n)) old = v;
-        if (value) ::setenv(n, value->c_str(), 1);
-        else ::unsetenv(n);
+        set(value);
     }
-    ~EnvSet() {
-        if (old) ::setenv(name.c_str(), old->c_str(), 1);
-        else ::unsetenv(name.c_str());
-    }
+    ~EnvSet() { set(old); }
+    void set(const std::optional<std::string>& v) const { v ? ::setenv(name.c_str(), v->c_str(), 1) : ::unsetenv(name.c_str()); }
 };
 
 void writeScript(const std::string& path, const std::string& body) {
