@@ -40,16 +40,12 @@ void allPsdOperations(const Sandbox& box, const std::string& bytes, const std::v
     }
 }
 
-// A Vyx mesh: three vertices, three colours, two faces, UVs in tiles 00 and 10, the end block.
-struct Mesh {
-    std::string bytes;
-    size_t vertexAt = 32, colourAt = vertexAt + 52, faceAt = colourAt + 28, uvAt = faceAt + 48, endAt = uvAt + 80;
-    Mesh() {
-        VyxBuilder b;
-        b.vertices({0, 1, 2, 3, 4, 5, 6, 7, 8}).colours({0x10203000, 0x40506000, 0x70809000}).faces({0, 1, 2, kTri, 2, 1, 0, kTri});
-        bytes = b.uvs({0.5f, 0.5f, 0, 0, 1, 1, 0, 0, 1.5f, 0.5f, 0, 0, 1, 1, 0, 0}).end().bytes;
-    }
-};
+// A Vyx mesh: three vertices, three colours, two faces, UVs in tiles 00 and 10, the end block;
+// and where its colour, face, UV and end blocks start.
+const std::string kMesh =
+    VyxBuilder().vertices({0, 1, 2, 3, 4, 5, 6, 7, 8}).colours({0x10203000, 0x40506000, 0x70809000}).faces({0, 1, 2, kTri, 2, 1, 0, kTri})
+        .uvs({0.5f, 0.5f, 0, 0, 1, 1, 0, 0, 1.5f, 0.5f, 0, 0, 1, 1, 0, 0}).end().bytes;
+constexpr size_t kColourAt = 32 + 52, kFaceAt = kColourAt + 28, kUvAt = kFaceAt + 48, kEndAt = kUvAt + 80;
 
 // Three vertices, as a vertex file.
 const std::string kVertices = vytFile({0, -1, -2, -3, -4, -5, -6, -7, -8});
@@ -71,7 +67,6 @@ struct CutCase {
     std::function<void(const Sandbox&, const std::string& bytes, size_t cut, bool whole)> check;
 };
 
-const Mesh kMesh;
 const std::string kPrj = prjHeader(2) + prjRecord(1, "rest") + prjRecord(2, "up") +
                          prjChunk(31, "first data file") + prjChunk(32, std::string(40, 'b'));
 
@@ -88,36 +83,36 @@ const std::vector<CutCase> kCutCases = {
          box.clearOut();
          CropBMP_SetWidth(nullptr, 50, nullptr, nullptr);
      }},
-    {"Vyx mesh, every export", kMesh.bytes,
+    {"Vyx mesh, every export", kMesh,
      [](const Sandbox& box, const std::string& bytes, size_t cut, bool) {
          // Each operation needs its block whole, and nothing after it. A walk that ends at the end
          // of the file has found nothing; a block whose tag is there but whose records are cut is
          // a read failure. The conversion takes the runs of the sound mesh; failures write nothing.
-         const std::string vyx = box.out + "/m.Vyx", runs = box.input("runs.Vyx", kMesh.bytes), vyt = box.input("p.Vyt", kVertices);
+         const std::string vyx = box.out + "/m.Vyx", runs = box.input("runs.Vyx", kMesh), vyt = box.input("p.Vyt", kVertices);
          writeAll(vyx, bytes);
-         EXPECT_EQ(callFn(getFaceIDs, vyx, 1), cut >= kMesh.uvAt ? 2 : -1760);
+         EXPECT_EQ(callFn(getFaceIDs, vyx, 1), cut >= kUvAt ? 2 : -1760);
          EXPECT_EQ(callFn(getFaceIDs, runs, 1), 2);
-         EXPECT_EQ(callFn(vyxtoOBJ, vyx, 0, box.out + "/m.obj"), cut >= kMesh.uvAt ? 0 : -1760);
-         EXPECT_EQ(callFn(outMRGB, vyx, 0, box.out + "/m.rgb"), cut >= kMesh.faceAt ? 0 : -1760);
+         EXPECT_EQ(callFn(vyxtoOBJ, vyx, 0, box.out + "/m.obj"), cut >= kUvAt ? 0 : -1760);
+         EXPECT_EQ(callFn(outMRGB, vyx, 0, box.out + "/m.rgb"), cut >= kFaceAt ? 0 : -1760);
          const float swapped = callFn(SwapVertices_Vyx, vyt, 0, vyx);
-         EXPECT_EQ(swapped, cut >= kMesh.colourAt ? 0 : cut >= 36 ? -1760 : -18);
+         EXPECT_EQ(swapped, cut >= kColourAt ? 0 : cut >= 36 ? -1760 : -18);
          EXPECT_EQ(readAll(vyx).size(), bytes.size());
          if (swapped != 0) { EXPECT_EQ(readAll(vyx), bytes); }
          writeAll(vyx, bytes);
          char tile[64] = {};
-         const float tiles = cut >= kMesh.endAt ? 2 : cut >= kMesh.uvAt + 4 ? -17 : 0;
+         const float tiles = cut >= kEndAt ? 2 : cut >= kUvAt + 4 ? -17 : 0;
          EXPECT_EQ(callFn(GetUVTile, vyx.c_str(), 0, tile), tiles);
          EXPECT_EQ(callFn(GetUVsFromVyx, vyx), tiles == -17 ? -1760 : tiles);
-         EXPECT_EQ(box.outputs().size(), 1 + size_t(cut >= kMesh.uvAt) + size_t(cut >= kMesh.faceAt) + size_t(std::max(tiles, 0.f)));
+         EXPECT_EQ(box.outputs().size(), 1 + size_t(cut >= kUvAt) + size_t(cut >= kFaceAt) + size_t(std::max(tiles, 0.f)));
          box.clearOut();
          callFn(clearUVTileString);
      }},
     {"vertex file of a Vyx vertex swap", kVertices,
      [](const Sandbox& box, const std::string& bytes, size_t, bool whole) {
          const std::string vyx = box.out + "/m.Vyx", vyt = box.input("p.Vyt", bytes);
-         writeAll(vyx, kMesh.bytes);
+         writeAll(vyx, kMesh);
          EXPECT_EQ(callFn(SwapVertices_Vyx, vyt, 0, vyx), whole ? 0 : -301);
-         if (!whole) { EXPECT_EQ(readAll(vyx), kMesh.bytes); }
+         if (!whole) { EXPECT_EQ(readAll(vyx), kMesh); }
          box.clearOut();
      }},
     {"combined OBJ mesh, every OBJ export", kCombined,
@@ -229,11 +224,8 @@ TEST(Hostile, PathsNoFileCanHaveGiveTheirCodes) {
     const std::string sound = box.input("sound.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\ng a\nf 1 2 3\n");
     std::filesystem::create_directory(box.out + "/folder");
     const std::string target = box.out + "/t", missing = "/nonexistent-kelvane-folder/" + std::string(100, 'z');
-    const struct {
-        KelvaneFn fn;
-        bool badIsText;  // the bad path goes in text (else in memBlock1, with a sound text)
-        float code;
-    } readers[] = {{getFaceIDs, true, -1760}, {outMRGB, true, -1760},    {GetUVTile, true, -17},
+    // Each reader, whether the bad path goes in text (else in memBlock1, with a sound text), its code.
+    const std::tuple<KelvaneFn, bool, float> readers[] = {{getFaceIDs, true, -1760}, {outMRGB, true, -1760},    {GetUVTile, true, -17},
                    {GetUVsFromVyx, true, -1760}, {GroupListLoad, true, -3}, {AppendOBJ, true, -1},
                    {SplitOBJ, true, -1},      {SplitOBJtoVyx, true, -1}, {SwapVertices, true, -10},
                    {SwapVertices, false, -20}, {OpenPrjFile, true, -17},  {AddDatFile, true, -1},
@@ -243,10 +235,10 @@ TEST(Hostile, PathsNoFileCanHaveGiveTheirCodes) {
     const auto before = box.tree();
     for (const std::string& path : {std::string(), box.in + "/" + std::string(300, 'x'), box.in + "/" + std::string(5000, 'y'), missing, box.in}) {
         SCOPED_TRACE(path.substr(0, 80) + " (" + std::to_string(path.size()) + " bytes)");
-        for (const auto& c : readers) {
-            if (c.fn == FileRename && path == box.in) continue;  // a folder may be renamed
-            const std::string other = c.fn == SwapVertices ? (c.badIsText ? sound : box.out + "/v.obj") : target;
-            EXPECT_EQ(c.badIsText ? callFn(c.fn, path, 16, other) : callFn(c.fn, other, 16, path), c.code);
+        for (const auto& [fn, badIsText, code] : readers) {
+            if (fn == FileRename && path == box.in) continue;  // a folder may be renamed
+            const std::string other = fn == SwapVertices ? (badIsText ? sound : box.out + "/v.obj") : target;
+            EXPECT_EQ(badIsText ? callFn(fn, path, 16, other) : callFn(fn, other, 16, path), code);
             std::filesystem::remove(box.out + "/v.obj");  // SwapVertices creates its vertex file first
         }
         EXPECT_EQ(box.tree(), before);

@@ -164,8 +164,7 @@ TEST(Vyx, FaceRunsPerLevel) {
     const double inf = std::numeric_limits<double>::infinity();
     // Runs of 4^(level - 1) a face; 4 to a negative power truncates to 0; beyond 32 bits they wrap.
     for (auto [level, runs] : std::vector<std::pair<double, std::vector<uint32_t>>>{
-             {1, {3, 3, 4}}, {2, {12, 12, 16}}, {3, {48, 48, 64}}, {1.5, {6, 6, 8}}, {0.5, {0, 0, 0}},
-             {-inf, {0, 0, 0}}}) {
+             {1, {3, 3, 4}}, {2, {12, 12, 16}}, {3, {48, 48, 64}}, {1.5, {6, 6, 8}}, {0.5, {0, 0, 0}}, {-inf, {0, 0, 0}}}) {
         EXPECT_EQ(callFn(getFaceIDs, path, level), 3);
         EXPECT_EQ(faceID, runs) << level;
     }
@@ -189,41 +188,30 @@ TEST(Vyx, VertexSwapChangesOnlyTheVertexRecords) {
     mesh.block(7, 2, "unknown!").vertices({1, 2, 3, 4, 5, 6}).colours({0x01020304, 0x05060708})
         .vertices({7, 8, 9, 10, 11, 12})  // a second vertex block stays as it is
         .uvs({0, 0, 1, 1, 0, 1, 1, 0}).end();
-    const std::string vyx = mesh.save(dir / "part.Vyx"), vyt = dir / "posed.Vyt";
-    const std::string posed = f32(-1) + f32(-2) + f32(-3) + f32(0.25f) + f32(0.5f) + f32(0.75f);
-    writeAll(vyt, be32(kVyxVertexTag) + be32(16 + 24) + be32(2) + be32(0) + posed);
+    const std::string vyx = mesh.save(dir / "part.Vyx"), vyt = dir / "posed.Vyt", posedFile = vytFile({-1, -2, -3, 0.25f, 0.5f, 0.75f});
+    writeAll(vyt, posedFile);
     EXPECT_EQ(callFn(SwapVertices_Vyx, vyt, 0, vyx), 0);  // text: the vertex file, memBlock1: the mesh
     std::string expected = mesh.bytes;
-    EXPECT_EQ(readAll(vyx), expected.replace(32 + 24 + 16, 24, posed));
+    EXPECT_EQ(readAll(vyx), expected.replace(32 + 24 + 16, 24, posedFile.substr(16)));
 
-    // Failures leave the mesh as it is.
-    const std::string other = dir / "other.Vyt";
-    VyxBuilder noVertices, cut;
+    // Failures leave the mesh as it is; an empty vertex block takes an empty vertex file.
+    VyxBuilder noVertices, cut, empty;
     noVertices.colours({1}).faces({0, 1, 2, kTri}).end();
     cut.block(7, 0, "").head(kVyxVertexTag, 16 + 24, 2, f32(1) + f32(2));
-    const struct {
-        std::string vertexFile, mesh;
-        float code;
-    } refusals[] = {
-        {be32(kVyxVertexTag) + be32(16 + 36) + be32(3) + be32(0) + posed + f32(1) + f32(1) + f32(1), vyx, -301},  // another count
-        {be32(kVyxVertexTag) + be32(16 + 28) + be32(2) + be32(0) + posed, vyx, -301},  // same count, another length
-        {"", noVertices.save(dir / "nov.Vyx"), -18},
-        {"", cut.save(dir / "cut.Vyx"), -1760},
-    };
-    for (const auto& r : refusals) {
-        const std::string before = readAll(r.mesh);
-        writeAll(other, r.vertexFile.empty() ? readAll(vyt) : r.vertexFile);
-        EXPECT_EQ(callFn(SwapVertices_Vyx, other, 0, r.mesh), r.code);
-        EXPECT_EQ(readAll(r.mesh), before);
+    empty.vertices({}).colours({}).end();
+    for (auto [vertexFile, meshFile, code] : std::vector<std::tuple<std::string, std::string, float>>{
+             {vytFile({-1, -2, -3, 0.25f, 0.5f, 0.75f, 1, 1, 1}), vyx, -301},  // another count
+             {be32(kVyxVertexTag) + be32(16 + 28) + be32(2) + be32(0) + posedFile.substr(16), vyx, -301},  // same count, another length
+             {posedFile, noVertices.save(dir / "nov.Vyx"), -18},
+             {posedFile, cut.save(dir / "cut.Vyx"), -1760},
+             {vytFile({}), empty.save(dir / "empty.Vyx"), 0}}) {
+        const std::string before = readAll(meshFile);
+        writeAll(dir / "other.Vyt", vertexFile);
+        EXPECT_EQ(callFn(SwapVertices_Vyx, dir / "other.Vyt", 0, meshFile), code);
+        EXPECT_EQ(readAll(meshFile), before);
     }
     EXPECT_EQ(callFn(SwapVertices_Vyx, dir / "missing.Vyt", 0, vyx), -201);
     EXPECT_EQ(callFn(SwapVertices_Vyx, vyt, 0, dir / "missing.Vyx"), -1760);
-    // An empty vertex block takes an empty vertex file: nothing to copy.
-    VyxBuilder empty;
-    empty.vertices({}).colours({}).end();
-    writeAll(other, vytFile({}));
-    EXPECT_EQ(callFn(SwapVertices_Vyx, other, 0, empty.save(dir / "empty.Vyx")), 0);
-    EXPECT_EQ(readAll(dir / "empty.Vyx"), empty.bytes);
 }
 
 TEST(Vyx, UVSplitWritesOneFilePerTile) {
@@ -231,11 +219,8 @@ TEST(Vyx, UVSplitWritesOneFilePerTile) {
     // Face 0 in tile 00 with a corner at u = 1 (tile 10); face 1 in tile 10; face 2 starts at
     // u = -1 (tile -20). The colour block after the UV block is not copied.
     VyxBuilder mesh;
-    mesh.vertices({1, 2, 3})
-        .uvs({0.25f, 0.5f, 1.0f, 0.5f, 0.75f, 0.75f, 0.5f, 0.25f, 1.5f, 0.25f, 1.0f, 0.5f, 0.25f, 0.5f, 1.75f, 0.125f,
-              -1.0f, 0.5f, -0.25f, 0.5f, -1.5f, -0.0f, 3.0f, 3.0f})
-        .colours({5})
-        .end();
+    mesh.vertices({1, 2, 3}).uvs({0.25f, 0.5f, 1.0f, 0.5f, 0.75f, 0.75f, 0.5f, 0.25f, 1.5f, 0.25f, 1.0f, 0.5f, 0.25f, 0.5f, 1.75f,
+                                  0.125f, -1.0f, 0.5f, -0.25f, 0.5f, -1.5f, -0.0f, 3.0f, 3.0f}).colours({5}).end();
     const std::string vyx = mesh.save(dir / "head.Vyx");
     char last[64] = "untouched";
     EXPECT_EQ(callFn(GetUVTile, vyx.c_str(), 0, last), 3);
@@ -251,18 +236,15 @@ TEST(Vyx, UVSplitWritesOneFilePerTile) {
     EXPECT_EQ(readAll(dir / "head0.Vyx"), tileFile({o, o, o, o, o, o, o, o, o, o, o, o, o, o, o, o, -0.0f, 0.5f, o, o, 0.5f, -0.0f, o, o}));
     EXPECT_EQ(readAll(dir / "head1.Vyx"), tileFile({0.25f, 0.5f, o, o, 0.75f, 0.75f, 0.5f, 0.25f, o, o, o, o, 0.25f, 0.5f, o, o, o, o, o, o, o, o, o, o}));
     EXPECT_EQ(readAll(dir / "head2.Vyx"), tileFile({o, o, 0.0f, 0.5f, o, o, o, o, 0.5f, 0.25f, 0.0f, 0.5f, o, o, 0.75f, 0.125f, o, o, o, o, o, o, o, o}));
-    // The names one by one; an entry that is not there leaves the buffer alone.
+    // The names one by one; an entry that is not there (or no longer) leaves the buffer alone.
     char name[256] = "untouched";
+    for (double bad : {3.0, -1.0, 1e12}) EXPECT_EQ(callFn(getUVTileString, nullptr, bad, name), 0);
+    EXPECT_STREQ(name, "untouched");
     EXPECT_EQ(callFn(getUVTileString, nullptr, 1, name), 0);
     EXPECT_EQ(std::string(name), dir / "head1.Vyx");
-    std::strcpy(name, "untouched");
-    for (double bad : {3.0, -1.0, 1e12}) {
-        EXPECT_EQ(callFn(getUVTileString, nullptr, bad, name), 0);
-        EXPECT_STREQ(name, "untouched");
-    }
     EXPECT_EQ(callFn(clearUVTileString), 0);
     EXPECT_EQ(callFn(getUVTileString, nullptr, 0, name), 0);
-    EXPECT_STREQ(name, "untouched");
+    EXPECT_EQ(std::string(name), dir / "head1.Vyx");
     // A file that cannot be written: 1501 + its position; the names before it stay listed.
     std::remove((dir / "head1.Vyx").c_str());
     ASSERT_TRUE(std::filesystem::create_directory(dir / "head1.Vyx"));
