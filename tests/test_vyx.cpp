@@ -1,5 +1,5 @@
-// Vyx mesh files: small meshes are built byte by byte here, run through the exports and the
-// internal operations, and the files written are compared byte for byte.
+// Vyx mesh files: small meshes are built byte by byte here and run through the exports, and the
+// files written are compared byte for byte. Also the number texts the conversions write.
 #include <gtest/gtest.h>
 
 #include <bit>
@@ -21,8 +21,6 @@ using namespace kvtest;
 
 namespace {
 
-std::vector<char> bufferOf(const std::string& s) { return {s.begin(), s.end()}; }
-
 const std::string kRgbIntro =
     "# The following RGB block contains Vandor Vertex Color (Chromelay) output as 3 hexadecimal values per vertex. "
     "The vertex color format is RRGGBB with up to 32 entries per RGB line.\n";
@@ -42,29 +40,6 @@ const std::string kHead3 = "# File exported by Vandor plugin\n#Vertex count 3\n#
 const std::string kSmallColourText = kRgbIntro + "#RGB  ff0000002000000010000000 000000 10000000000\n# End of RGB block\n";
 
 }  // namespace
-
-TEST(Vyx, ByteReadersAndBlockWalk) {
-    // An unknown block is passed by its length, a zero-length one by its head's 16 bytes.
-    VyxBlock found;
-    VyxBuilder b;
-    b.block(7, 1, "abcd").head(8, 0, 99).vertices({}).uvs({0, 0, 0, 0, 0, 0, 0, 0}).end();
-    ASSERT_TRUE(findVyxBlock(bufferOf(b.bytes), kVyxVertexTag, found));
-    EXPECT_EQ(found.at, 32u + 20 + 16);
-    EXPECT_EQ(found.length, 16u);
-    ASSERT_TRUE(findVyxBlock(bufferOf(b.bytes), kVyxUVTag, found));
-    EXPECT_EQ(found.at, 32u + 20 + 16 + 16);
-    EXPECT_TRUE(vyxRecordsFit(bufferOf(b.bytes), found, 32));
-    // A walk that runs off the end has found nothing: the end block, a file no longer than its
-    // header, an unwanted head cut short, a length stepping past the end.
-    VyxBuilder past;
-    past.head(7, 1000, 0).end();
-    for (const std::string& bad : {b.bytes, std::string(32, 'h'), std::string(31, 'h'), std::string(), b.bytes.substr(0, 42), past.bytes})
-        EXPECT_FALSE(findVyxBlock(bufferOf(bad), kVyxFaceTag, found)) << bad.size();
-    // A wanted head cut short is found, but its records do not fit.
-    const std::string cutHead = b.bytes.substr(0, 32 + 20 + 16 + 16 + 6);
-    ASSERT_TRUE(findVyxBlock(bufferOf(cutHead), kVyxUVTag, found));
-    EXPECT_FALSE(vyxRecordsFit(bufferOf(cutHead), found, 32));
-}
 
 TEST(Vyx, ConversionWritesExactTextInFaceRuns) {
     TempDir dir;
