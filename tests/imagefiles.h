@@ -1,6 +1,7 @@
 // Builders of small BMP and PSD files for the image tests.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -20,19 +21,11 @@ inline int paddingOf(int width) { return (4 - (width * 3) % 4) % 4; }
 // A 24-bit BMP with a 54-byte header, header numbers least significant byte first.
 inline std::string makeBmp(int width, int height) {
     const int rowSize = width * 3 + paddingOf(width);
-    std::string s(54, '\0');
-    s[0] = 'B';
-    s[1] = 'M';
-    putLE(s, 2, uint32_t(54 + rowSize * height));
-    putLE(s, 10, 54);
-    putLE(s, 14, 40);
-    putLE(s, 18, uint32_t(width));
-    putLE(s, 22, uint32_t(height));
-    putLE(s, 26, 1, 2);
-    putLE(s, 28, 24, 2);
-    putLE(s, 34, uint32_t(rowSize * height));
-    putLE(s, 38, 2835);
-    putLE(s, 42, 2835);
+    std::string s = "BM" + std::string(52, '\0');
+    // File size, data offset, info header size, width, height, planes, bits, data size, resolution.
+    for (auto [at, value, bytes] : {std::array{2, 54 + rowSize * height, 4}, {10, 54, 4}, {14, 40, 4}, {18, width, 4}, {22, height, 4},
+                                    {26, 1, 2}, {28, 24, 2}, {34, rowSize * height, 4}, {38, 2835, 4}, {42, 2835, 4}})
+        putLE(s, size_t(at), uint32_t(value), bytes);
     for (int r = 0; r < height; ++r) {
         for (int c = 0; c < width; ++c)
             for (int ch = 0; ch < 3; ++ch) s += sample(r, c, ch);
