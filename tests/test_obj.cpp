@@ -237,8 +237,7 @@ TEST(ListSplit, FaceRangesSharedVerticesAndNames) {
     EXPECT_EQ(readAll(dir / "Empty.Vyt"), vytFile({}));
     EXPECT_EQ(callFn(ListSplitOBJtoVyx, dir / "c.obj", 0, dir / "x"), 0);
     EXPECT_EQ(readAll(dir / "Tri_copy1.Vyt"), readAll(dir / "Tri.Vyt"));
-    EXPECT_EQ(callFn(ListSplitOBJtoVyx, dir / "none.obj", 0, dir / "x"), -1);
-    EXPECT_EQ(callFn(ListSplitOBJtoOBJ, dir / "none.obj", 0, dir / "x"), -1);
+    for (KelvaneFn split : {ListSplitOBJtoVyx, ListSplitOBJtoOBJ}) EXPECT_EQ(callFn(split, dir / "none.obj", 0, dir / "x"), -1);
     clearGroupsList();
 }
 
@@ -294,9 +293,8 @@ TEST(SwapVertices, TransfersThePosedVerticesIntoThePart) {
     const std::string m = dir / "mesh.obj", part = "# old\nv 0 0 0\nvt 1 1\nv 1 1 1\nf 1/1 2/1 1/1\n";
     writeAll(m, part);
     writeAll(dir / "two.obj", "g x\nv 5 5 5\nv 6 6 6\r\n");
-    EXPECT_FALSE(LeanSwapVerts((dir / "8.obj").c_str(), m.c_str()));
-    EXPECT_FALSE(LeanSwapVerts((dir / "novert.obj").c_str(), m.c_str()));
-    EXPECT_FALSE(LeanSwapVerts((dir / "two.obj").c_str(), (dir / "missing").c_str()));
+    for (auto [vertices, target] : {std::pair{dir / "8.obj", m}, {dir / "novert.obj", m}, {dir / "two.obj", dir / "missing"}})
+        EXPECT_FALSE(LeanSwapVerts(vertices.c_str(), target.c_str())) << vertices;
     EXPECT_EQ(readAll(m), part);
     EXPECT_TRUE(LeanSwapVerts((dir / "two.obj").c_str(), m.c_str()));
     EXPECT_EQ(readAll(m), "# written by Kelvane plugin for Vandor\nv 5 5 5\nv 6 6 6\r\nvt 1 1\nf 1/1 2/1 1/1\n");
@@ -327,10 +325,8 @@ TEST(ListSplit, ChunkedScansMatchTheSingleScan) {
             if (kind < 4) {
                 mesh += "v " + std::to_string(vertices++) + ".5 " + std::to_string(rng() % 100) + " -1" + eol;
             } else if (kind < 8 && vertices > 0) {
-                mesh += "f";
-                for (int k = 0; k < 3; ++k) mesh += " " + std::to_string(1 + rng() % vertices) + (k ? "/1" : "");
-                mesh += eol;
-                ++faces;
+                for (int k = 0; k < 3; ++k) mesh += (k ? " " : "f ") + std::to_string(1 + rng() % vertices) + (k ? "/1" : "");
+                mesh += eol, ++faces;
             } else {
                 mesh += (kind == 8 ? "g G" + std::to_string(rng() % 5) : std::string("# comment")) + eol;
             }
