@@ -105,7 +105,7 @@ std::map<std::string, std::string> Sandbox::tree() const {
 
 std::map<std::string, std::string> Sandbox::outside() const {
     std::map<std::string, std::string> files = tree();
-    std::erase_if(files, [](const auto& kv) { return kv.first.rfind("a/b/out/", 0) == 0; });
+    std::erase_if(files, [](const auto& kv) { return kv.first.starts_with("a/b/out/") || kv.first.starts_with("in/"); });
     return files;
 }
 

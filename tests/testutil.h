@@ -48,7 +48,7 @@ struct Sandbox {
     Sandbox();
     std::string input(const std::string& name, const std::string& bytes) const;
     std::map<std::string, std::string> tree() const;     // every file below root ("<dir>" for folders)
-    std::map<std::string, std::string> outside() const;  // the part of tree() outside out/
+    std::map<std::string, std::string> outside() const;  // the part of tree() outside out/ and in/
     std::map<std::string, std::string> outputs() const;  // the entries of out/
     void clearOut() const;
 };
