@@ -19,10 +19,7 @@ for f in bin/kelvane lib/libKelvane4.so lib/libKelvane4.so.4 include/kelvane/Kel
   [ -e "$top/$f" ] || { echo "the archive lacks $f"; exit 1; }
 done
 [ "$("$top/bin/kelvane" --version)" = "kelvane $version" ] || { echo "kelvane --version is not $version"; exit 1; }
-if objdump -p "$top/lib/libKelvane4.so.4" | grep -E 'NEEDED.*(libstdc\+\+|libgcc_s)'; then
-  echo "the plug-in needs the C++ runtime"
-  exit 1
-fi
+objdump -p "$top/lib/libKelvane4.so.4" | grep -E 'NEEDED.*(libstdc\+\+|libgcc_s)' && { echo "the plug-in needs the C++ runtime"; exit 1; }
 bash "$root/scripts/posing_round.sh" "$top/bin/kelvane" | tail -n 1
 
 cd "$work"

@@ -39,14 +39,8 @@ struct VyxBuilder {
     VyxBuilder& faces(const std::vector<uint32_t>& abcd) { return words(kVyxFaceTag, abcd, 4); }
     // Eight floats a face: four (u, v) corners.
     VyxBuilder& uvs(const std::vector<float>& uv) { return words(kVyxUVTag, uv, 8); }
-    VyxBuilder& end() {
-        bytes += std::string(16, '\0');
-        return *this;
-    }
-    std::string save(const std::string& path) const {
-        writeAll(path, bytes);
-        return path;
-    }
+    VyxBuilder& end() { return bytes += std::string(16, '\0'), *this; }
+    std::string save(const std::string& path) const { return writeAll(path, bytes), path; }
 };
 
 // A vertex file: one vertex block of the given coordinates.

@@ -129,13 +129,13 @@ TEST(CrashSafety, FailedAppendLeavesTheOldContent) {
 TEST(CrashSafety, ReplacementsKeepModesAndRespectUnwritableFiles) {
     TempDir dir;
     const std::string fresh = dir / "fresh", kept = dir / "kept", locked = dir / "locked";
+    auto writeMode = [](const std::string& path, const std::string& bytes, mode_t mode) { writeAll(path, bytes), ::chmod(path.c_str(), mode); };
     const mode_t oldMask = ::umask(022);
     ASSERT_TRUE(kv::storeFile(fresh.c_str(), "new", 3));
     ::umask(077);
     ASSERT_TRUE(kv::storeFile((dir / "private").c_str(), "p", 1));
     ::umask(oldMask);
-    writeAll(kept, "old");
-    ::chmod(kept.c_str(), 0604);
+    writeMode(kept, "old", 0604);
     ASSERT_TRUE(kv::storeFile(kept.c_str(), "newer", 5));
     EXPECT_EQ(readAll(kept), "newer");
     for (auto [path, mode] : std::vector<std::pair<std::string, mode_t>>{{fresh, 0644}, {dir / "private", 0600}, {kept, 0604}}) {
@@ -152,18 +152,14 @@ TEST(CrashSafety, ReplacementsKeepModesAndRespectUnwritableFiles) {
     ASSERT_EQ(::lstat((dir / "ro/link").c_str(), &st), 0);
     EXPECT_TRUE(S_ISLNK(st.st_mode));
     EXPECT_EQ(readAll(kept), "linked");
-    writeAll(dir / "ro/inplace", "old content, longer");
-    ::chmod((dir / "ro/inplace").c_str(), 0666);
+    writeMode(dir / "ro/inplace", "old content, longer", 0666);
     ::chmod((dir / "ro").c_str(), 0555);
     // A read-only file: refused for a user without the right to write it (root may write any
     // file, so the check runs as an unprivileged user in a child).
-    writeAll(locked, "locked");
-    ::chmod(locked.c_str(), 0444);
     const std::string mesh = std::string(32, 'H') + vytFile({1, 2, 3}) + std::string(16, '\0');
-    writeAll(dir / "m.Vyx", mesh);
-    ::chmod((dir / "m.Vyx").c_str(), 0444);
-    writeAll(dir / "p.Vyt", vytFile({4, 5, 6}));
-    ::chmod((dir / "p.Vyt").c_str(), 0666);
+    writeMode(locked, "locked", 0444);
+    writeMode(dir / "m.Vyx", mesh, 0444);
+    writeMode(dir / "p.Vyt", vytFile({4, 5, 6}), 0666);
     ::chmod(dir.path.c_str(), 0777);  // the folder itself stays writable
     const pid_t pid = ::fork();
     if (pid == 0) {

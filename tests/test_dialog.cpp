@@ -116,26 +116,22 @@ TEST(Dialog, GetOpenDialogRunsTheFirstDialogProgramAndReadsItsAnswer) {
 
 TEST(Dialog, InPutFlushesStdoutAndHandsTheProductPageToXdgOpen) {
     kvtest::TempDir dir;
-    writeScript(dir / "xdg-open", "printf '%s' \"$1\" > '" + dir.path + "/url.part' && mv '" + dir.path +
-                                      "/url.part' '" + dir.path + "/url'\n");
-    const std::string captured = dir / "stdout";
+    writeScript(dir / "xdg-open", "printf '%s' \"$1\" > '" + dir / "url.part" + "' && mv '" + dir / "url.part" + "' '" + dir / "url" + "'\n");
     float result;
+    std::string seen;
     {
         EnvSet path("PATH", dir.path + ":/usr/bin:/bin");
         std::fflush(stdout);
-        int saved = ::dup(1);
-        int fd = ::open(captured.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        const int saved = ::dup(1), fd = ::open((dir / "stdout").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
         ASSERT_GE(fd, 0);
-        ::dup2(fd, 1);
-        ::close(fd);
+        ::dup2(fd, 1), ::close(fd);
         std::printf("pending output");  // still in stdout's buffer
         result = call(inPut);
-        std::string seen = kvtest::readAll(captured);
+        seen = kvtest::readAll(dir / "stdout");
         std::fflush(stdout);
-        ::dup2(saved, 1);
-        ::close(saved);
-        EXPECT_EQ(seen, "pending output");
+        ::dup2(saved, 1), ::close(saved);
     }
+    EXPECT_EQ(seen, "pending output");
     EXPECT_EQ(result, 0.0f);
     for (int i = 0; i < 100 && !kvtest::exists(dir / "url"); ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(50));

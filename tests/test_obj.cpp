@@ -101,10 +101,9 @@ TEST(GroupList, AddNameSaveLoad) {
         EXPECT_EQ(callFn(GroupListGetName, nullptr, number, out), code) << number;
         EXPECT_STREQ(out, name);
     }
-    const std::string file = dir / "l.bin";
     EXPECT_EQ(callFn(GroupListSave, nullptr), -9);
-    EXPECT_EQ(callFn(GroupListSave, file), 0);
-    EXPECT_EQ(readAll(file), listRecord("A", 0, 10) + listRecord("B", 10, 15));
+    EXPECT_EQ(callFn(GroupListSave, dir / "l.bin"), 0);
+    EXPECT_EQ(readAll(dir / "l.bin"), listRecord("A", 0, 10) + listRecord("B", 10, 15));
 
     callFn(GroupListClear);
     EXPECT_EQ(faceIndex, 0);
@@ -205,12 +204,8 @@ const char* kFourFaces =
 // The list split: the records' face ranges, not the file's groups, choose the faces.
 TEST(ListSplit, FaceRangesSharedVerticesAndNames) {
     const std::string v123 = "v 1 0 0\nv 2 0 0\r\nv 3 0 0\n", v345 = "v 3 0 0\nv 4 0 0\nv 5 0 0 0.5\n";
-    const struct {
-        std::vector<std::pair<const char*, int>> records;
-        float code;
-        std::vector<std::pair<std::string, std::string>> files;
-        const char* listing;
-    } cases[] = {
+    // The list's records, the result, files and their text, the folder's listing afterwards.
+    const std::tuple<std::vector<std::pair<const char*, int>>, float, std::vector<std::pair<std::string, std::string>>, const char*> cases[] = {
         {{{"B", 2}, {"A", 2}}, 0, {{"B.obj", v123}, {"A.obj", v345}}, "A.obj B.obj c.obj "},
         // A duplicate name gets no file but takes its faces; the last record takes what is left.
         {{{"A", 1}, {"A", 1}, {"D", 1}}, 0, {{"A.obj", v123}, {"D.obj", v345}}, "A.obj D.obj c.obj "},
@@ -221,13 +216,13 @@ TEST(ListSplit, FaceRangesSharedVerticesAndNames) {
         {{{"b", 2}, {"../up", 2}}, -3, {}, "c.obj "},
         {{}, -5, {}, "c.obj "},
     };
-    for (const auto& c : cases) {
+    for (const auto& [records, code, files, names] : cases) {
         TempDir dir;
         writeAll(dir / "c.obj", kFourFaces);
-        setList(c.records);
-        EXPECT_EQ(callFn(ListSplitOBJtoOBJ, dir / "c.obj", 0, dir / "x"), c.code);
-        for (const auto& [name, text] : c.files) EXPECT_EQ(readAll(dir / name), text) << name;
-        EXPECT_EQ(listing(dir.path), c.listing);
+        setList(records);
+        EXPECT_EQ(callFn(ListSplitOBJtoOBJ, dir / "c.obj", 0, dir / "x"), code);
+        for (const auto& [name, text] : files) EXPECT_EQ(readAll(dir / name), text) << name;
+        EXPECT_EQ(listing(dir.path), names);
     }
     TempDir dir;
     writeAll(dir / "c.obj", "v 1 2 3\nv 4 5 6\nv 7 8 9\nvt 1 1\nf 1/5 2/5 3/5\nf 3 0 -1 7 2 1\nf 1 2 3\n");

@@ -45,10 +45,7 @@ TEST(Vyx, ConversionWritesExactTextInFaceRuns) {
     TempDir dir;
     const std::string vyx = smallMesh().save(dir / "mesh.Vyx"), obj = dir / "mesh.obj";
     const std::string intro = kHead3 + "3\n" + kSmallVertexLines + kSmallColourText;
-    const struct {
-        std::vector<uint32_t> runs;
-        std::string faces;
-    } cases[] = {
+    const std::pair<std::vector<uint32_t>, std::string> cases[] = {  // the runs, the face lines
         // A triangle line ends in a blank, a quad line in its fourth index.
         {{2, 1}, "#FaceID 1\nf 3 2 1 \nf 1 2 3 4\n#FaceID 2\nf 2 3 1 \n"},
         // Runs longer than the face block stop at its end; no run starts after the last face.
@@ -56,10 +53,10 @@ TEST(Vyx, ConversionWritesExactTextInFaceRuns) {
         // Zero runs write only their labels.
         {{0, 1, 0}, "#FaceID 1\n#FaceID 2\nf 3 2 1 \n#FaceID 3\n"},
     };
-    for (const auto& c : cases) {
-        faceID = c.runs;
+    for (const auto& [runs, faces] : cases) {
+        faceID = runs;
         EXPECT_EQ(callFn(vyxtoOBJ, vyx, 0, obj), 0);
-        EXPECT_EQ(readAll(obj), intro + c.faces);
+        EXPECT_EQ(readAll(obj), intro + faces);
         EXPECT_TRUE(faceID.empty());  // used up
     }
     EXPECT_EQ(callFn(vyxtoOBJ, vyx, 0, obj), -18);
@@ -114,28 +111,23 @@ TEST(Vyx, ColourBlockLinesOf32) {
     std::vector<uint32_t> entries(33, 0x0000FFAA);
     entries[0] = 0xFF000FAB;
     entries[32] = 0x00000F00;
-    VyxBuilder first, chained, none, noColour;
-    first.colours(std::vector<uint32_t>(entries.begin(), entries.begin() + 32)).end();
-    chained.vertices({1, 2, 3}).colours(entries).end();
-    none.colours({}).end();
-    noColour.vertices({1, 2, 3}).end();
     std::string line32 = "#RGB  f00000000ff000000";
     for (int i = 1; i < 32; ++i) line32 += " ff0000000000";
-    EXPECT_EQ(callFn(outMRGB, first.save(dir / "a.Vyx"), 0, out), 0);
-    EXPECT_EQ(readAll(out), kRgbIntro + line32 + "\n\n# End of RGB block\n");
-    EXPECT_EQ(callFn(outMRGB, chained.save(dir / "b.Vyx"), 0, out), 0);  // the 33rd entry on a line of its own
-    EXPECT_EQ(readAll(out), kRgbIntro + line32 + "\n#RGB  f0000000000\n# End of RGB block\n");
-    EXPECT_EQ(callFn(outMRGB, none.save(dir / "c.Vyx"), 0, out), 0);
-    EXPECT_EQ(readAll(out), kRgbIntro + "\n# End of RGB block\n");
-    EXPECT_EQ(callFn(outMRGB, noColour.save(dir / "d.Vyx"), 0, out), -1760);
-    EXPECT_EQ(callFn(outMRGB, dir / "a.Vyx", 0, dir / "no/such.txt"), -2);
+    for (auto [mesh, code, text] : std::vector<std::tuple<VyxBuilder, float, std::string>>{
+             {VyxBuilder().colours(std::vector<uint32_t>(entries.begin(), entries.begin() + 32)).end(), 0, line32 + "\n\n"},
+             {VyxBuilder().vertices({1, 2, 3}).colours(entries).end(), 0, line32 + "\n#RGB  f0000000000\n"},  // the 33rd on a line of its own
+             {VyxBuilder().colours({}).end(), 0, "\n"},
+             {VyxBuilder().vertices({1, 2, 3}).end(), -1760, ""}}) {
+        std::remove(out.c_str());
+        EXPECT_EQ(callFn(outMRGB, mesh.save(dir / "m.Vyx"), 0, out), code);
+        EXPECT_EQ(readAll(out), code == 0 ? kRgbIntro + text + "# End of RGB block\n" : "");
+    }
+    EXPECT_EQ(callFn(outMRGB, VyxBuilder().colours({}).end().save(dir / "m.Vyx"), 0, dir / "no/such.txt"), -2);
 }
 
 TEST(Vyx, FaceRunsPerLevel) {
     TempDir dir;
-    VyxBuilder base, noFaces, huge;
-    base.faces({0, 1, 2, kTri, 2, 1, 3, kTri, 0, 1, 2, 3}).end();
-    const std::string path = base.save(dir / "base.Vyx");
+    const std::string path = VyxBuilder().faces({0, 1, 2, kTri, 2, 1, 3, kTri, 0, 1, 2, 3}).end().save(dir / "base.Vyx");
     const double inf = std::numeric_limits<double>::infinity();
     // Runs of 4^(level - 1) a face; 4 to a negative power truncates to 0; beyond 32 bits they wrap.
     for (auto [level, runs] : std::vector<std::pair<double, std::vector<uint32_t>>>{
@@ -148,9 +140,8 @@ TEST(Vyx, FaceRunsPerLevel) {
     EXPECT_EQ(faceID, (std::vector<uint32_t>{3, 4, 3}));
     EXPECT_EQ(callFn(getFaceIDs, nullptr, 1), -9);
     EXPECT_EQ(faceID.size(), 3u);
-    noFaces.vertices({1, 2, 3}).end();
-    huge.head(kVyxFaceTag, 32, 0x10000000, be32(0) + be32(1) + be32(2) + be32(kTri));
-    for (const std::string& p : {dir / "missing.Vyx", noFaces.save(dir / "n.Vyx"), huge.save(dir / "h.Vyx")}) {
+    for (const std::string& p : {dir / "missing.Vyx", VyxBuilder().vertices({1, 2, 3}).end().save(dir / "n.Vyx"),
+                                 VyxBuilder().head(kVyxFaceTag, 32, 0x10000000, be32(0) + be32(1) + be32(2) + be32(kTri)).save(dir / "h.Vyx")}) {
         faceID = {9};
         EXPECT_EQ(callFn(getFaceIDs, p, 1), -1760);
         EXPECT_TRUE(faceID.empty());  // emptied on every failure
