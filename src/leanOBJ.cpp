@@ -410,20 +410,25 @@ void buildVertexLines(const SplitScan& s, const IndexSet& set, uint64_t from, st
     });
 }
 
-// Writes the outputs 0 to n - 1 of a split in order, output k + 1 being built while output k is
-// stored. build(k, out) fills out; store(k, out) writes it. Each returns 0 or the split's result
-// for a failure, which ends the split: the outputs before it are written, none after it.
+// Writes the outputs 0 to n - 1 of a split in order. With more than one scan thread, output
+// k + 1 is built while output k is stored when output k is large (an eighth of the smallest
+// chunk: for a small one, a thread would cost more than it saves). build(k, out) fills out;
+// store(k, out) writes it. Each returns 0 or the split's result for a failure, which ends the
+// split: the outputs before it are written, none after it.
 template <typename Build, typename Store>
 double buildAndStoreInTurn(size_t n, Build build, Store store) {
+    const size_t large = scanThreads() > 1 ? gMinChunk / 8 : SIZE_MAX;
     std::vector<char> buffers[2];
     double next = n > 0 ? build(0, buffers[0]) : 0;
     for (size_t k = 0; k < n && next == 0; ++k) {
         double stored = 0;
-        kv::runInParallel(k + 1 < n ? 2 : 1, [&](size_t t) {
+        const bool overlap = k + 1 < n && buffers[k % 2].size() >= large;
+        kv::runInParallel(overlap ? 2 : 1, [&](size_t t) {
             if (t == 0) stored = store(k, buffers[k % 2]);
             else next = build(k + 1, buffers[(k + 1) % 2]);
         });
         if (stored != 0) return stored;
+        if (!overlap && k + 1 < n) next = build(k + 1, buffers[(k + 1) % 2]);
     }
     return next;
 }
