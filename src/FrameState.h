@@ -48,13 +48,15 @@ int fileCopyTo(const char* source, const char* destination);
 constexpr const char* kOpenDialogTitle = "Choose files to Gathermesh...";
 constexpr long kNavCBUserAction = 12;   // the event callback's selector for a user action
 constexpr int kErrIllegalIndex = -1719;  // an index outside 1..count of docList
+constexpr int kErrPathNotText = 1234;    // the chosen path has no text in the host's encoding
 constexpr size_t kFilePathBytes = 256;   // the most GetFilePath copies into memBlock1
 // The dialog's event callback: a user action that cancels or opens sets answer to 0.
 void MyNavEventProc(long selector, int userAction);
 // Shows the dialog; keeps a selection in docList and returns its size, answer when the dialog
 // ends without one, or the platform's negative code when none could be shown.
 float getOpenDialog();
-// Copies item index (1-based) of docList into out (see GetFilePath); 0 or kErrIllegalIndex.
+// Copies item index (1-based) of docList into out (see GetFilePath); 0, kErrIllegalIndex, or
+// kErrPathNotText for a path the dialog could not express as text (kept as an empty entry).
 int getFilePath(int index, char* out);
 void clearFileList();
 // Flushes standard output and starts the default handler on the product page; 0 or -1.

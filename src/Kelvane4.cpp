@@ -407,6 +407,7 @@ float getOpenDialog() {
 int getFilePath(int index, char* out) {
     if (index < 1 || static_cast<size_t>(index) > docList.size()) return kErrIllegalIndex;
     const std::string& path = docList[static_cast<size_t>(index) - 1];
+    if (path.empty()) return kErrPathNotText;
     if (!out) return 0;
     const size_t n = std::min(path.size(), kFilePathBytes);
     std::memcpy(out, path.data(), n);

@@ -118,25 +118,59 @@ char* putComponent(char* p, char c) {
     return p + texts.length[i];
 }
 
-// The RGB block for n colour entries (blue, green, red, unused) starting at entries.
+// Writes the text of items 0 to count - 1 in order, in batches of kBatchItems: format(out, from,
+// to) writes the items from..to - 1 into out (a buffer of its own, sized by format) and returns
+// the bytes written; the batch that ends at count also writes what follows the last item. A
+// round formats one batch on every core while one more thread writes the round before: a few
+// megabytes are held at a time, and the file system's copy overlaps the formatting.
+constexpr uint64_t kBatchItems = 1u << 15;
+
+template <typename Format>
+void putInBatches(kv::BlockWriter& w, uint64_t count, Format format) {
+    const uint64_t batches = std::max<uint64_t>(1, (count + kBatchItems - 1) / kBatchItems);
+    const unsigned threads = static_cast<unsigned>(std::min<uint64_t>(batches, kv::workerThreads()));
+    struct Round {
+        std::vector<std::vector<char>> text;
+        std::vector<size_t> used;
+    };
+    Round rounds[2] = {{std::vector<std::vector<char>>(threads), std::vector<size_t>(threads)},
+                       {std::vector<std::vector<char>>(threads), std::vector<size_t>(threads)}};
+    auto write = [&w, threads](const Round& r) {
+        for (unsigned t = 0; t < threads; ++t) w.put({r.text[t].data(), r.used[t]});
+    };
+    uint64_t round = 0;
+    for (uint64_t first = 0; first < batches; first += threads, ++round) {
+        Round& now = rounds[round % 2];
+        const Round& before = rounds[(round + 1) % 2];
+        kv::runInParallel(threads + (round > 0 ? 1 : 0), [&](size_t t) {
+            if (t == threads) return write(before);
+            now.used[t] = 0;
+            if (first + t >= batches) return;
+            const uint64_t from = (first + t) * kBatchItems;
+            now.used[t] = format(now.text[t], from, std::min(count, from + kBatchItems));
+        });
+    }
+    write(rounds[(round + 1) % 2]);
+}
+
+// The RGB block for n colour entries (blue, green, red, unused) starting at entries: 32 to a line.
 void putRGBBlock(kv::BlockWriter& w, const char* entries, uint32_t n) {
     w.put("# The following RGB block contains Vandor Vertex Color (Chromelay) output as 3 hexadecimal values "
           "per vertex. The vertex color format is RRGGBB with up to 32 entries per RGB line.\n");
-    int column = 0;
-    for (uint32_t i = 0; i < n; ++i) {
-        const char* e = entries + size_t(4) * i;
-        char* p = w.room(40);
-        if (column == 0) p = copyText(p, "#RGB ");
-        *p++ = ' ';
-        p = putComponent(p, e[2]);
-        p = putComponent(p, e[1]);
-        p = putComponent(p, e[0]);
-        if (++column == 32) {
-            *p++ = '\n';
-            column = 0;
+    putInBatches(w, n, [entries](std::vector<char>& text, uint64_t from, uint64_t to) {
+        text.resize((to - from) * 40);  // the last component's copy writes 8 bytes
+        char* p = text.data();
+        for (uint64_t i = from; i < to; ++i) {
+            const char* e = entries + 4 * i;
+            if (i % 32 == 0) p = copyText(p, "#RGB ");
+            *p++ = ' ';
+            p = putComponent(p, e[2]);
+            p = putComponent(p, e[1]);
+            p = putComponent(p, e[0]);
+            if (i % 32 == 31) *p++ = '\n';
         }
-        w.advance(p);
-    }
+        return static_cast<size_t>(p - text.data());
+    });
     w.put("\n# End of RGB block\n");
 }
 
@@ -180,29 +214,6 @@ bool readLayout(std::span<const char> buf, MeshLayout& m, float& result) {
     return true;
 }
 
-// Writes lines 0 to count - 1 in order, line i formatted by format(out, i) (at most maxBytes;
-// it returns the line's end). Batches of lines are formatted on every core into buffers of their
-// own, then written one after another: a few megabytes are held at a time.
-template <typename Format>
-void putInParallel(kv::BlockWriter& w, uint32_t count, size_t maxBytes, Format format) {
-    constexpr uint32_t kBatch = 1u << 15;
-    const unsigned threads = count > kBatch ? kv::workerThreads() : 1;
-    std::vector<std::vector<char>> buffers(threads, std::vector<char>(kBatch * maxBytes));
-    std::vector<size_t> used(threads);
-    for (uint32_t first = 0; first < count;) {
-        const uint32_t start = first;
-        kv::runInParallel(threads, [&](size_t t) {
-            const uint32_t from = start + std::min(count - start, uint32_t(t) * kBatch);
-            const uint32_t to = from + std::min(count - from, kBatch);
-            char* out = buffers[t].data();
-            for (uint32_t i = from; i < to; ++i) out = format(out, i);
-            used[t] = static_cast<size_t>(out - buffers[t].data());
-        });
-        for (unsigned t = 0; t < threads; ++t) w.put({buffers[t].data(), used[t]});
-        first = start + std::min(count - start, threads * kBatch);
-    }
-}
-
 void putHeaderAndVertices(kv::BlockWriter& w, const char* d, const MeshLayout& m) {
     char* p = w.room(128);
     p = copyText(p, "# File exported by Vandor plugin\n#Vertex count ");
@@ -212,15 +223,18 @@ void putHeaderAndVertices(kv::BlockWriter& w, const char* d, const MeshLayout& m
     *p++ = '\n';
     w.advance(p);
     const char* records = d + m.vertices.at + kHeadSize;
-    putInParallel(w, m.vertices.count, 64, [records](char* out, uint32_t i) {
-        const char* v = records + size_t(12) * i;
-        *out++ = 'v';
-        for (int c = 0; c < 3; ++c) {
-            *out++ = ' ';
-            out = kv::putG(out, kv::getF32BE(v + 4 * c));
+    putInBatches(w, m.vertices.count, [records](std::vector<char>& text, uint64_t from, uint64_t to) {
+        text.resize((to - from) * 64);
+        char* out = text.data();
+        for (const char* v = records + 12 * from; v != records + 12 * to; v += 12) {
+            *out++ = 'v';
+            for (int c = 0; c < 3; ++c) {
+                *out++ = ' ';
+                out = kv::putG(out, kv::getF32BE(v + 4 * c));
+            }
+            *out++ = '\n';
         }
-        *out++ = '\n';
-        return out;
+        return static_cast<size_t>(out - text.data());
     });
 }
 
@@ -239,8 +253,8 @@ char* putFace(char* p, const char* f) {
 }
 
 // Faces in the runs of faceID: a run starts only when a whole face record is left before the
-// end of the block, and stops there. Batches of faces (with the labels of the runs that start
-// in them) are formatted on every core, then written in order.
+// end of the block, and stops there. Each batch of faces carries the labels of the runs that
+// start in it.
 void putFaceRuns(kv::BlockWriter& w, const char* d, const MeshLayout& m) {
     const char* records = d + m.third.at + kHeadSize;
     const uint64_t faces = (m.faceEnd - (m.third.at + kHeadSize)) / 16;  // whole records (faceEnd is past the head)
@@ -248,36 +262,25 @@ void putFaceRuns(kv::BlockWriter& w, const char* d, const MeshLayout& m) {
     for (uint64_t f = 0; start.size() < faceID.size() && f < faces; f = std::min(faces, f + faceID[start.size() - 1]))
         start.push_back(f);
     const uint64_t written = start.empty() ? 0 : std::min(faces, start.back() + faceID[start.size() - 1]);
-    constexpr uint64_t kBatch = 1u << 15;
-    const unsigned threads = written > kBatch ? kv::workerThreads() : 1;
-    std::vector<std::vector<char>> buffers(threads);
-    std::vector<size_t> used(threads);
-    for (uint64_t first = 0; first < written || (first == 0 && !start.empty());) {
-        kv::runInParallel(threads, [&](size_t t) {
-            const uint64_t from = std::min(written, first + t * kBatch), to = std::min(written, from + kBatch);
-            used[t] = 0;
-            if (from == to && from != 0) return;  // past the end: the batch before wrote its labels
-            size_t run = size_t(std::lower_bound(start.begin(), start.end(), from) - start.begin());
-            const size_t lastRun = to == written ? start.size() : size_t(std::lower_bound(start.begin(), start.end(), to) - start.begin());
-            buffers[t].resize((to - from) * 64 + (lastRun - run) * 32);
-            char* p = buffers[t].data();
-            auto labels = [&](uint64_t f) {  // the runs that start at face f
-                for (; run < lastRun && start[run] == f; ++run) {
-                    p = copyText(p, "#FaceID ");
-                    p = kv::putUint(p, static_cast<uint32_t>(run + 1));  // runs are no more than faces
-                    *p++ = '\n';
-                }
-            };
-            for (uint64_t f = from; f < to; ++f) {
-                labels(f);
-                p = putFace(p, records + 16 * f);
+    putInBatches(w, written, [&](std::vector<char>& text, uint64_t from, uint64_t to) {
+        size_t run = size_t(std::lower_bound(start.begin(), start.end(), from) - start.begin());
+        const size_t lastRun = to == written ? start.size() : size_t(std::lower_bound(start.begin(), start.end(), to) - start.begin());
+        text.resize((to - from) * 64 + (lastRun - run) * 32);
+        char* p = text.data();
+        auto labels = [&](uint64_t f) {  // the runs that start at face f
+            for (; run < lastRun && start[run] == f; ++run) {
+                p = copyText(p, "#FaceID ");
+                p = kv::putUint(p, static_cast<uint32_t>(run + 1));  // runs are no more than faces
+                *p++ = '\n';
             }
-            labels(to);  // runs starting after the last face: only the last batch has them
-            used[t] = static_cast<size_t>(p - buffers[t].data());
-        });
-        for (unsigned t = 0; t < threads; ++t) w.put({buffers[t].data(), used[t]});
-        first += threads * kBatch;
-    }
+        };
+        for (uint64_t f = from; f < to; ++f) {
+            labels(f);
+            p = putFace(p, records + 16 * f);
+        }
+        labels(to);  // runs starting after the last face: only the last batch has them
+        return static_cast<size_t>(p - text.data());
+    });
 }
 
 // Writes the colour block and the face runs after the vertex lines, as far as the blocks are in

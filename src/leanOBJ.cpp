@@ -410,6 +410,49 @@ void buildVertexLines(const SplitScan& s, const IndexSet& set, uint64_t from, st
     });
 }
 
+// Writes the outputs 0 to n - 1 of a split in order. With more than one scan thread, output
+// k + 1 is built while output k is stored when output k is large (an eighth of the smallest
+// chunk: for a small one, a thread would cost more than it saves). build(k, out) fills out;
+// store(k, out) writes it. Each returns 0 or the split's result for a failure, which ends the
+// split: the outputs before it are written, none after it.
+template <typename Build, typename Store>
+double buildAndStoreInTurn(size_t n, Build build, Store store) {
+    const size_t large = scanThreads() > 1 ? gMinChunk / 8 : SIZE_MAX;
+    std::vector<char> buffers[2];
+    double next = n > 0 ? build(0, buffers[0]) : 0;
+    for (size_t k = 0; k < n && next == 0; ++k) {
+        double stored = 0;
+        const bool overlap = k + 1 < n && buffers[k % 2].size() >= large;
+        kv::runInParallel(overlap ? 2 : 1, [&](size_t t) {
+            if (t == 0) stored = store(k, buffers[k % 2]);
+            else next = build(k + 1, buffers[(k + 1) % 2]);
+        });
+        if (stored != 0) return stored;
+        if (!overlap && k + 1 < n) next = build(k + 1, buffers[(k + 1) % 2]);
+    }
+    return next;
+}
+
+// The files of the named parts, in the order given: part k built by build(k, out) and stored as
+// the first free name of its name + ext in the output folder. -3 when a name cannot be used or
+// a file cannot be written.
+template <typename Build>
+double storePartFiles(const char* outPath, const std::vector<std::pair<std::string_view, const IndexSet*>>& parts,
+                      const char* ext, Build build) {
+    std::vector<std::string> bases(parts.size());
+    return buildAndStoreInTurn(
+        parts.size(),
+        [&](size_t k, std::vector<char>& out) {
+            if (!obj::outputBase(outPath, parts[k].first, bases[k])) return -3.0;
+            build(k, out);
+            return 0.0;
+        },
+        [&](size_t k, const std::vector<char>& out) {
+            const std::string path = obj::freeName(bases[k], ext);
+            return kv::storeFile(path.c_str(), out.data(), out.size()) ? 0.0 : -3.0;
+        });
+}
+
 // Copies name into a record's field, cut to 127 bytes, the rest zeroed.
 void setName(groupID& g, std::string_view name) {
     std::memset(g.name, 0, sizeof g.name);
@@ -635,16 +678,19 @@ double LeanSplitOBJ(const char* objPath, char* outPath) {
     scanByGroups(s, names);
     const std::string folder = FileNameExtract(outPath, 1);
     const IndexSet empty;
-    std::vector<char> out;
-    for (const auto& [name, number] : names) {
-        const IndexSet& set = size_t(number) < s.sets.size() ? s.sets[size_t(number)] : empty;
-        buildVertexLines(s, set, 0, out);
-        if (out.empty()) return -2;
-        const size_t count = set.count(0, s.vertexCount());
-        std::string path = obj::freeName(folder + kv::decimal(static_cast<int64_t>(count)), ".obj");
-        if (!kv::storeFile(path.c_str(), out.data(), out.size())) return -3;
-    }
-    return 0;
+    std::vector<const IndexSet*> sets;  // in name order
+    for (const auto& [name, number] : names) sets.push_back(size_t(number) < s.sets.size() ? &s.sets[size_t(number)] : &empty);
+    return buildAndStoreInTurn(
+        sets.size(),
+        [&](size_t k, std::vector<char>& out) {
+            buildVertexLines(s, *sets[k], 0, out);
+            return out.empty() ? -2.0 : 0.0;
+        },
+        [&](size_t k, const std::vector<char>& out) {
+            const size_t count = sets[k]->count(0, s.vertexCount());
+            std::string path = obj::freeName(folder + kv::decimal(static_cast<int64_t>(count)), ".obj");
+            return kv::storeFile(path.c_str(), out.data(), out.size()) ? 0.0 : -3.0;
+        });
 }
 
 double LeanSplitVyx(const char* objPath, char* outPath) {
@@ -652,15 +698,9 @@ double LeanSplitVyx(const char* objPath, char* outPath) {
     if (!loadForSplit(objPath, s)) return -1;
     std::map<std::string, int32_t, std::less<>> names;
     scanByGroups(s, names);
-    std::vector<char> out;
-    std::string base;
-    for (const auto& [name, number] : names) {
-        if (!obj::outputBase(outPath, name, base)) return -3;
-        buildVertexFile(s, size_t(number) < s.sets.size() ? &s.sets[size_t(number)] : nullptr, out);
-        std::string path = obj::freeName(base, ".Vyt");
-        if (!kv::storeFile(path.c_str(), out.data(), out.size())) return -3;
-    }
-    return 0;
+    std::vector<std::pair<std::string_view, const IndexSet*>> parts;  // in name order
+    for (const auto& [name, number] : names) parts.emplace_back(name, size_t(number) < s.sets.size() ? &s.sets[size_t(number)] : nullptr);
+    return storePartFiles(outPath, parts, ".Vyt", [&](size_t k, std::vector<char>& out) { buildVertexFile(s, parts[k].second, out); });
 }
 
 // ---- Append a part to the combined mesh --------------------------------------------------
@@ -764,46 +804,34 @@ bool LeanSwapVerts(const char* vertexPath, const char* meshPath) {
 
 // ---- Splits by the polygroup list --------------------------------------------------------
 
-// Each name's first record, in ascending name order.
-static std::map<std::string, size_t> nameIndex() {
-    std::map<std::string, size_t> index;
+// Scans the mesh by the polygroup list; parts: each name's first record's set (null when it has
+// none), in ascending name order.
+static bool scanForListSplit(const char* objPath, SplitScan& s, std::vector<std::pair<std::string_view, const IndexSet*>>& parts) {
+    std::map<std::string_view, size_t> index;
     for (size_t k = 0; k < groupsList.size(); ++k) index.emplace(groupsList[k].name, k);
-    return index;
+    if (!loadForSplit(objPath, s)) return false;
+    scanByList(s);
+    for (const auto& [name, k] : index) parts.emplace_back(name, k < s.sets.size() ? &s.sets[k] : nullptr);
+    return true;
 }
 
 double ListSplitOBJ(const char* objPath, char* outPath) {
     if (groupsList.empty()) return -5;
-    const auto index = nameIndex();
     SplitScan s;
-    if (!loadForSplit(objPath, s)) return -1;
-    scanByList(s);
+    std::vector<std::pair<std::string_view, const IndexSet*>> parts;
+    if (!scanForListSplit(objPath, s, parts)) return -1;
     const IndexSet empty;
-    std::vector<char> out;
-    std::string base;
-    for (const auto& [name, k] : index) {
-        if (!obj::outputBase(outPath, name, base)) return -3;
-        buildVertexLines(s, k < s.sets.size() ? s.sets[k] : empty, 1, out);
-        std::string path = obj::freeName(base, ".obj");
-        if (!kv::storeFile(path.c_str(), out.data(), out.size())) return -3;
-    }
-    return 0;
+    return storePartFiles(outPath, parts, ".obj", [&](size_t k, std::vector<char>& out) {
+        buildVertexLines(s, parts[k].second ? *parts[k].second : empty, 1, out);
+    });
 }
 
 double ListSplitVyx(const char* objPath, char* outPath) {
     if (groupsList.empty()) return -5;
-    const auto index = nameIndex();
     SplitScan s;
-    if (!loadForSplit(objPath, s)) return -1;
-    scanByList(s);
-    std::vector<char> out;
-    std::string base;
-    for (const auto& [name, k] : index) {
-        if (!obj::outputBase(outPath, name, base)) return -3;
-        buildVertexFile(s, k < s.sets.size() ? &s.sets[k] : nullptr, out);
-        std::string path = obj::freeName(base, ".Vyt");
-        if (!kv::storeFile(path.c_str(), out.data(), out.size())) return -3;
-    }
-    return 0;
+    std::vector<std::pair<std::string_view, const IndexSet*>> parts;
+    if (!scanForListSplit(objPath, s, parts)) return -1;
+    return storePartFiles(outPath, parts, ".Vyt", [&](size_t k, std::vector<char>& out) { buildVertexFile(s, parts[k].second, out); });
 }
 
 // ---- Face counts and unique names --------------------------------------------------------

@@ -46,11 +46,11 @@ float call(KelvaneFn fn, double number = 0, char* mem1 = nullptr) { return fn(nu
 TEST(Dialog, GetFilePathCopiesAtMost256BytesAndChecksTheIndex) {
     const std::string p255(255, 'a'), p256(256, 'b'), p300 = "/" + std::string(299, 'c');
     const std::string utf8 = "/tmp/pi\xC3\xA8" "ce.obj";  // the file system's bytes, unchanged
-    docList = {"/models/left arm.obj", p255, p256, p300, utf8};
+    docList = {"/models/left arm.obj", p255, p256, p300, utf8, ""};  // "": a path with no text
     char block[400];
     // The item number is truncated; 256 bytes or more: exactly 256 bytes copied, no terminator.
     for (auto [number, code, copied] : std::vector<std::tuple<double, float, std::string>>{
-             {0, -1719, "X"}, {-1, -1719, "X"}, {6, -1719, "X"}, {0.9, -1719, "X"}, {NAN, -1719, "X"}, {1e12, -1719, "X"},
+             {0, -1719, "X"}, {-1, -1719, "X"}, {7, -1719, "X"}, {6, 1234, "X"}, {0.9, -1719, "X"}, {NAN, -1719, "X"}, {1e12, -1719, "X"},
              {1.7, 0, "/models/left arm.obj" + std::string(1, '\0')}, {5, 0, utf8 + '\0'}, {2, 0, p255 + '\0'},
              {3, 0, p256}, {4, 0, p300.substr(0, 256)}}) {
         std::memset(block, 'X', sizeof block);

@@ -242,7 +242,10 @@ TEST(NumText, MatchesPrintfAndToChars) {
         if (std::strcmp(ours, theirs) != 0 && ++mismatches < 5) ADD_FAILURE() << ours << " vs " << theirs;
     }
     EXPECT_EQ(mismatches, 0u) << "of " << values.size();
-    for (int32_t i : {0, 9, 10, 99, 100, 999999, 1000000, 123456789, 999999999, 1000000000, INT32_MAX, -1, -10, INT32_MIN}) {
+    std::vector<int32_t> ints = {123456789, 87654321, 40302010, INT32_MAX, INT32_MIN};
+    for (int64_t ten = 1; ten <= 1000000000; ten *= 10)  // every digit count, at its edges
+        for (auto i : {int32_t(ten - 1), int32_t(ten), int32_t(ten + 7)}) ints.insert(ints.end(), {i, -i});
+    for (int32_t i : ints) {
         char ours[16], theirs[16];
         EXPECT_EQ(std::string(ours, kv::putInt(ours, i)), std::string(theirs, std::to_chars(theirs, theirs + 16, i).ptr));
     }

@@ -6,6 +6,7 @@
 
 #include <filesystem>
 
+#include "platform/WinText.h"
 #include "platform/fileio.h"
 #include "testutil.h"
 
@@ -80,6 +81,8 @@ TEST(Windows, NamesInTheAnsiCodePageAndNamesWindowsCannotCreate) {
     writeAll(box.in + "/plain.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n");
     EXPECT_EQ(callFn(FileCopyTo, box.in + "/plain.obj", 0, part), 0);
     EXPECT_TRUE(fs::exists(fs::path(box.in) / L"pi\u00e8ce.obj"));
+    std::string text;  // a character the code page lacks: no text (GetFilePath's 1234)
+    EXPECT_EQ(kv::platform::narrow(L"\u4e00.obj", text), GetACP() == CP_UTF8);
     callFn(GroupListClear);
     EXPECT_EQ(callFn(AppendOBJ, part, 0, box.out + "/all.obj"), 3);
     callFn(GroupListClear);

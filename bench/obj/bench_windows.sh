@@ -10,8 +10,10 @@ size=${1:-1000} runs=${RUNS:-2}
 wine=$(command -v /usr/lib/wine/wine64 || command -v wine)
 data=${BENCH_DIR:-$root/build/bench-data}
 mkdir -p "$data"
-trap 'rm -rf "$data"' EXIT
-export WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
+# The tests' Wine prefix, and one Wine server for the whole run (stopped at the end).
+export WINEPREFIX=${WINEPREFIX:-$root/build-windows/wine} WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
+trap 'wineserver -k 2>/dev/null; rm -rf "$data"' EXIT
+wineserver -p </dev/null >/dev/null 2>&1
 in="$data/combined.obj"
 "$root/build/obj_bench_gen" "$in" "$size" 24 >/dev/null
 cat "$in" >/dev/null  # warm the page cache
@@ -23,7 +25,8 @@ best() {
   shift
   for ((i = 0; i < n; i++)); do
     rm -rf "$data/out" && mkdir "$data/out"
-    t=$( { /usr/bin/time -f %e "$@" >/dev/null 2>/dev/null; } 2>&1 | tail -1)
+    /usr/bin/time -f %e -o "$data/time" "$@" >/dev/null 2>&1
+    t=$(tail -1 "$data/time")
     if [ -z "$b" ] || awk -v a="$t" -v c="$b" 'BEGIN { exit !(a < c) }'; then b=$t; fi
   done
   echo "$b"

@@ -183,7 +183,9 @@ KV_API float CreateThumbnail(const char* text, double number, char* memBlock1, c
 KV_API float GetOpenDialog(const char* text, double number, char* memBlock1, char* memBlock2);
 /* Copies path int(number) (1-based) of the last selection into memBlock1: at most 256 bytes,
    not NUL-terminated when the path has 256 bytes or more; 0, or -1719 for an index outside
-   1..count. (66666 and 1234, no file address / no text for the item, do not occur on Linux.) */
+   1..count; 1234 for a path that has no text in the host's code page (Windows only: the
+   process's ANSI code page cannot hold one of its characters). 66666 (no file address) does
+   not occur. */
 KV_API float GetFilePath(const char* text, double number, char* memBlock1, char* memBlock2);
 /* Drops the last selection; 0. */
 KV_API float ClearFileList(const char* text, double number, char* memBlock1, char* memBlock2);

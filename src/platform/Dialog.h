@@ -18,7 +18,7 @@ constexpr int kDialogFailed = -2;       // the dialog program could not be run o
 
 // Shows a modal open dialog titled title that allows several files and hidden files, and waits
 // until the user ends it. Returns kUserActionOpen with the chosen paths (as the file system's
-// bytes) in paths, kUserActionCancel with paths empty, or a negative code above. Never blocks
+// bytes; an empty text for a path that has no text in the host's encoding) in paths, kUserActionCancel with paths empty, or a negative code above. Never blocks
 // when no dialog can be shown.
 int showOpenDialog(const char* title, std::vector<std::string>& paths);
 

@@ -18,7 +18,8 @@
 namespace kv::platform {
 namespace {
 
-// The chosen files' paths, in the ANSI code page.
+// The chosen files' paths, in the ANSI code page; a path that code page cannot hold exactly is
+// kept as an empty text, so that GetFilePath reports it instead of handing out another path.
 void collectPaths(IFileOpenDialog* dialog, std::vector<std::string>& paths) {
     IShellItemArray* items = nullptr;
     if (FAILED(dialog->GetResults(&items))) return;
@@ -30,7 +31,7 @@ void collectPaths(IFileOpenDialog* dialog, std::vector<std::string>& paths) {
         wchar_t* wide = nullptr;
         if (SUCCEEDED(item->GetDisplayName(SIGDN_FILESYSPATH, &wide))) {
             std::string path;
-            narrow(wide, path);
+            if (!narrow(wide, path)) path.clear();
             paths.push_back(std::move(path));
             CoTaskMemFree(wide);
         }

@@ -9,6 +9,11 @@ BlockWriter::~BlockWriter() {
 }
 
 void BlockWriter::put(std::string_view s) {
+    if (s.size() >= block_.size()) {  // a large text goes to the file as it is, not copied first
+        flush();
+        if (ok_) ok_ = writeOutput(out_, s.data(), s.size());
+        return;
+    }
     while (!s.empty()) {
         if (used_ == block_.size()) flush();
         const size_t n = std::min(s.size(), block_.size() - used_);

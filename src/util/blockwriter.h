@@ -31,7 +31,7 @@ public:
     }
     void advance(char* end) { used_ = static_cast<size_t>(end - block_.data()); }
 
-    void put(std::string_view s);  // appends text of any length
+    void put(std::string_view s);  // appends text of any length (a block or more: written at once)
 
     // Writes what is left and puts the file in place. False when any write failed.
     bool close();

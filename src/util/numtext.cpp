@@ -18,17 +18,9 @@ inline void putDigits(char* p, uint32_t v, int n) {
     }
 }
 
-
-
 // The six digits of v < 10^6 as characters packed into a word, the first digit in the lowest
 // byte, the top two bytes zero.
-inline uint64_t sixDigitsPacked(uint32_t v) {
-    auto pair = [](uint32_t i) {
-        return static_cast<uint64_t>(static_cast<unsigned char>(kPairs[2 * i])) |
-               static_cast<uint64_t>(static_cast<unsigned char>(kPairs[2 * i + 1])) << 8;
-    };
-    return pair(v / 10000) | pair(v / 100 % 100) << 16 | pair(v % 100) << 32;
-}
+inline uint64_t sixDigitsPacked(uint32_t v) { return (eightDigits(v) >> 16) + 0x303030303030ull; }
 
 // Stores the eight bytes of w at p, lowest byte first.
 inline void store8(char* p, uint64_t w) {
@@ -89,25 +81,19 @@ inline char* putSixDigits(char* p, uint64_t q, int x) {
     // the trailing zeros are dropped (at most five: q >= 100000).
     const uint64_t digits = detail::sixDigitsPacked(static_cast<uint32_t>(q));
     const int len = 6 - std::countl_zero((digits ^ 0x303030303030u) << 16) / 8;
-    if (x >= 0) {
-        // Fixed form, 1 to 6 integer digits (x <= 5 here). Bytes stored past the end are
-        // overwritten or left beyond the returned end.
-        const int intDigits = x + 1;
-        detail::store8(p, digits);
-        p += intDigits;
-        if (len > intDigits) {
-            *p = '.';
-            detail::store8(p + 1, digits >> (8 * intDigits));
-            p += 1 + len - intDigits;
-        }
-        return p;
-    }
     if (x >= -4) {
-        // Fixed form below 1: "0." then -x-1 zeros, then the digits.
+        // Fixed form, chosen without branches (the forms alternate unpredictably in mesh data):
+        // from 1 up, x + 1 integer digits, then "." and the rest when there is a rest; below 1,
+        // "0." then -x - 1 zeros, then the digits. Bytes stored past the end are overwritten or
+        // left beyond the returned end.
+        const int intDigits = x >= 0 ? x + 1 : 0;
+        const uint64_t low = (uint64_t(1) << (8 * intDigits)) - 1;
+        const uint64_t pointed = (digits & low) | uint64_t('.') << (8 * intDigits) | (digits & ~low) << 8;
+        const size_t fixedEnd = len > intDigits ? size_t(len) + 1 : size_t(intDigits);
         std::memcpy(p, "0.000000", 8);
-        p += 1 - x;
-        detail::store8(p, digits);
-        return p + len;
+        const size_t at = x >= 0 ? 0 : size_t(1 - x);
+        detail::store8(p + at, x >= 0 ? pointed : digits);
+        return p + (x >= 0 ? fixedEnd : at + size_t(len));
     }
     char text[8];
     detail::store8(text, digits);
@@ -165,14 +151,15 @@ char* putG(char* p, float f) {
         up = rest > half || (rest == half && (q & 1));
     }
     int x = x0;
-    if (up && ++q == 1000000) {
+    q += up;
+    if (q == 1000000) {
         q = 100000;
         ++x;
         if (x > 5)  // rounded up to 1e+06: exponent form, left to the general path
             return std::to_chars(p, p + 16, static_cast<double>(f), std::chars_format::general, 6).ptr;
     }
-    if (bits >> 31) *p++ = '-';
-    return detail::putSixDigits(p, q, x);
+    *p = '-';  // kept only for a negative value
+    return detail::putSixDigits(p + (bits >> 31), q, x);
 }
 
 std::string decimal(int64_t v) {

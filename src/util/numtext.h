@@ -6,7 +6,9 @@
 // back to it for the rest. putUint/putInt: decimal integers, inline for the writers' loops.
 #pragma once
 
+#include <bit>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -17,6 +19,16 @@ inline constexpr char kPairs[] =
     "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
     "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
     "8081828384858687888990919293949596979899";
+
+// The eight decimal digits of v < 10^8 (leading zeros included) as values 0..9 packed into a
+// word, the first digit in the lowest byte: computed in lanes, without division loops.
+inline uint64_t eightDigits(uint32_t v) {
+    const uint64_t x = (v / 10000) | uint64_t(v % 10000) << 32;            // two halves, a 32-bit lane each
+    const uint64_t hundreds = (x * 10486 >> 20) & 0x0000007F0000007Full;  // x / 100 in each lane
+    const uint64_t y = hundreds | (x - hundreds * 100) << 16;              // four pairs, a 16-bit lane each
+    const uint64_t tens = (y * 103 >> 10) & 0x000F000F000F000Full;        // y / 10 in each lane
+    return tens | (y - tens * 10) << 8;
+}
 }  // namespace detail
 
 // Writes f, widened to double, in printf's "%g" form (6 significant digits, fixed or exponent
@@ -26,8 +38,18 @@ inline constexpr char kPairs[] =
 char* putG(char* p, float f);
 
 // Writes v in decimal at p and returns the end (what std::to_chars writes, without the call;
-// for the integers of large text outputs). p must have room for 10 characters.
+// for the integers of large text outputs). p must have room for 10 characters (some past the
+// end may be written).
 inline char* putUint(char* p, uint32_t v) {
+    if constexpr (std::endian::native == std::endian::little) {
+        if (v < 100000000) {  // the usual indices: eight digit places at once, then the used ones
+            const uint64_t z = detail::eightDigits(v);
+            const int zeros = z ? std::countr_zero(z) / 8 : 7;  // leading zeros dropped (0 keeps one)
+            const uint64_t text = (z + 0x3030303030303030ull) >> (8 * zeros);
+            std::memcpy(p, &text, 8);
+            return p + 8 - zeros;
+        }
+    }
     const int n = v < 10 ? 1
                 : v < 100 ? 2
                 : v < 1000 ? 3
