@@ -68,6 +68,26 @@ TEST(Vyx, ConversionWritesExactTextInFaceRuns) {
     EXPECT_EQ(callFn(vyxtoOBJ, bare.save(dir / "bare.Vyx"), 0, obj), 0);
     EXPECT_EQ(readAll(obj), "# File exported by Vandor plugin\n#Vertex count 0\n#Face count -1\n" + kRgbIntro +
                                 "\n# End of RGB block\n#FaceID 1\nf -2147483648 10 1 \n");
+
+    // Enough lines for several batches: every line in its place, a run starting in a later batch.
+    const uint32_t n = 70000;
+    std::vector<float> xyz;
+    std::vector<uint32_t> abcd;
+    std::string vertexLines, faceLines = "#FaceID 1\n", rgb = kRgbIntro;
+    for (uint32_t i = 0; i < n; ++i) {
+        xyz.insert(xyz.end(), {float(i), 0.5f, -float(i % 7)});
+        abcd.insert(abcd.end(), {i, n - 1 - i, 0, i % 2 ? i : kTri});
+        vertexLines += "v " + std::to_string(i) + " 0.5 -" + std::to_string(i % 7) + "\n";  // -0 too
+        faceLines += (i == 40000 ? "#FaceID 2\n" : "") + ("f " + std::to_string(i + 1) + " " + std::to_string(n - i) + " 1 ") +
+                     (i % 2 ? std::to_string(i + 1) : "") + "\n";
+        rgb += (i % 32 ? " " : "#RGB  ") + std::string("10000000000") + (i % 32 == 31 ? "\n" : "");
+    }
+    VyxBuilder big;
+    big.vertices(xyz).colours(std::vector<uint32_t>(n, 0x000001FF)).faces(abcd).end();
+    faceID = {40000, n};
+    EXPECT_EQ(callFn(vyxtoOBJ, big.save(dir / "big.Vyx"), 0, obj), 0);
+    EXPECT_TRUE(readAll(obj) == "# File exported by Vandor plugin\n#Vertex count 70000\n#Face count 70000\n" + vertexLines +
+                                    rgb + "\n# End of RGB block\n" + faceLines);  // not printed: megabytes
 }
 
 TEST(Vyx, ConversionErrorsKeepTheRuns) {
