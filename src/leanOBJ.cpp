@@ -410,35 +410,37 @@ void buildVertexLines(const SplitScan& s, const IndexSet& set, uint64_t from, st
     });
 }
 
-// Writes the outputs 0 to n - 1 of a split in order. With more than one scan thread, output
-// k + 1 is built while output k is stored when output k is large (an eighth of the smallest
-// chunk: for a small one, a thread would cost more than it saves). build(k, out) fills out;
+// Writes the outputs 0 to n - 1 of a split in order. With overlap and more than one scan
+// thread, output k + 1 is built while output k is stored when output k is large (an eighth of
+// the smallest chunk: for a small one, a thread would cost more than it saves); a build that
+// already uses every core gains nothing from it. build(k, out) fills out;
 // store(k, out) writes it. Each returns 0 or the split's result for a failure, which ends the
 // split: the outputs before it are written, none after it.
 template <typename Build, typename Store>
-double buildAndStoreInTurn(size_t n, Build build, Store store) {
-    const size_t large = scanThreads() > 1 ? gMinChunk / 8 : SIZE_MAX;
+double buildAndStoreInTurn(size_t n, Build build, Store store, bool overlap) {
+    const size_t large = overlap && scanThreads() > 1 ? gMinChunk / 8 : SIZE_MAX;
     std::vector<char> buffers[2];
     double next = n > 0 ? build(0, buffers[0]) : 0;
     for (size_t k = 0; k < n && next == 0; ++k) {
         double stored = 0;
-        const bool overlap = k + 1 < n && buffers[k % 2].size() >= large;
-        kv::runInParallel(overlap ? 2 : 1, [&](size_t t) {
+        const bool both = k + 1 < n && buffers[k % 2].size() >= large;
+        kv::runInParallel(both ? 2 : 1, [&](size_t t) {
             if (t == 0) stored = store(k, buffers[k % 2]);
             else next = build(k + 1, buffers[(k + 1) % 2]);
         });
         if (stored != 0) return stored;
-        if (!overlap && k + 1 < n) next = build(k + 1, buffers[(k + 1) % 2]);
+        if (!both && k + 1 < n) next = build(k + 1, buffers[(k + 1) % 2]);
     }
     return next;
 }
 
 // The files of the named parts, in the order given: part k built by build(k, out) and stored as
 // the first free name of its name + ext in the output folder. -3 when a name cannot be used or
-// a file cannot be written.
+// a file cannot be written. Vertex files are built on every core, text files on one (overlap).
 template <typename Build>
 double storePartFiles(const char* outPath, const std::vector<std::pair<std::string_view, const IndexSet*>>& parts,
                       const char* ext, Build build) {
+    const bool overlap = std::string_view(ext) == ".obj";
     std::vector<std::string> bases(parts.size());
     return buildAndStoreInTurn(
         parts.size(),
@@ -450,7 +452,8 @@ double storePartFiles(const char* outPath, const std::vector<std::pair<std::stri
         [&](size_t k, const std::vector<char>& out) {
             const std::string path = obj::freeName(bases[k], ext);
             return kv::storeFile(path.c_str(), out.data(), out.size()) ? 0.0 : -3.0;
-        });
+        },
+        overlap);
 }
 
 // Copies name into a record's field, cut to 127 bytes, the rest zeroed.
@@ -690,7 +693,8 @@ double LeanSplitOBJ(const char* objPath, char* outPath) {
             const size_t count = sets[k]->count(0, s.vertexCount());
             std::string path = obj::freeName(folder + kv::decimal(static_cast<int64_t>(count)), ".obj");
             return kv::storeFile(path.c_str(), out.data(), out.size()) ? 0.0 : -3.0;
-        });
+        },
+        true);
 }
 
 double LeanSplitVyx(const char* objPath, char* outPath) {
