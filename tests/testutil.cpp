@@ -96,10 +96,10 @@ std::string Sandbox::input(const std::string& name, const std::string& bytes) co
     return in + "/" + name;
 }
 
-std::map<std::string, std::string> Sandbox::tree() const {
+std::map<std::string, std::string> Sandbox::tree() const {  // relative paths with "/" everywhere
     std::map<std::string, std::string> files;
     for (const auto& e : fs::recursive_directory_iterator(root.path))
-        files[fs::relative(e.path(), root.path).string()] = e.is_directory() ? "<dir>" : readAll(e.path().string());
+        files[fs::relative(e.path(), root.path).generic_string()] = e.is_directory() ? "<dir>" : readAll(e.path().string());
     return files;
 }
 
