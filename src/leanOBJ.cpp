@@ -436,11 +436,11 @@ double buildAndStoreInTurn(size_t n, Build build, Store store, bool overlap) {
 
 // The files of the named parts, in the order given: part k built by build(k, out) and stored as
 // the first free name of its name + ext in the output folder. -3 when a name cannot be used or
-// a file cannot be written. Vertex files are built on every core, text files on one (overlap).
+// a file cannot be written. overlap: build a part during the write of the one before (see
+// buildAndStoreInTurn; for a build on one thread).
 template <typename Build>
 double storePartFiles(const char* outPath, const std::vector<std::pair<std::string_view, const IndexSet*>>& parts,
-                      const char* ext, Build build) {
-    const bool overlap = std::string_view(ext) == ".obj";
+                      const char* ext, bool overlap, Build build) {
     std::vector<std::string> bases(parts.size());
     return buildAndStoreInTurn(
         parts.size(),
@@ -704,7 +704,7 @@ double LeanSplitVyx(const char* objPath, char* outPath) {
     scanByGroups(s, names);
     std::vector<std::pair<std::string_view, const IndexSet*>> parts;  // in name order
     for (const auto& [name, number] : names) parts.emplace_back(name, size_t(number) < s.sets.size() ? &s.sets[size_t(number)] : nullptr);
-    return storePartFiles(outPath, parts, ".Vyt", [&](size_t k, std::vector<char>& out) { buildVertexFile(s, parts[k].second, out); });
+    return storePartFiles(outPath, parts, ".Vyt", false, [&](size_t k, std::vector<char>& out) { buildVertexFile(s, parts[k].second, out); });
 }
 
 // ---- Append a part to the combined mesh --------------------------------------------------
@@ -825,7 +825,7 @@ double ListSplitOBJ(const char* objPath, char* outPath) {
     std::vector<std::pair<std::string_view, const IndexSet*>> parts;
     if (!scanForListSplit(objPath, s, parts)) return -1;
     const IndexSet empty;
-    return storePartFiles(outPath, parts, ".obj", [&](size_t k, std::vector<char>& out) {
+    return storePartFiles(outPath, parts, ".obj", true, [&](size_t k, std::vector<char>& out) {
         buildVertexLines(s, parts[k].second ? *parts[k].second : empty, 1, out);
     });
 }
@@ -835,7 +835,7 @@ double ListSplitVyx(const char* objPath, char* outPath) {
     SplitScan s;
     std::vector<std::pair<std::string_view, const IndexSet*>> parts;
     if (!scanForListSplit(objPath, s, parts)) return -1;
-    return storePartFiles(outPath, parts, ".Vyt", [&](size_t k, std::vector<char>& out) { buildVertexFile(s, parts[k].second, out); });
+    return storePartFiles(outPath, parts, ".Vyt", false, [&](size_t k, std::vector<char>& out) { buildVertexFile(s, parts[k].second, out); });
 }
 
 // ---- Face counts and unique names --------------------------------------------------------
