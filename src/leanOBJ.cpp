@@ -229,14 +229,18 @@ struct SplitScan {
     }
 };
 
-// Cuts the file at line ends into chunks of at least gMinChunk bytes, one per thread at most.
+// Cuts the file at line ends into chunks of at least gMinChunk bytes: with several threads,
+// kChunksPerThread for each, so that a thread that finds its chunks slower to scan (or its core
+// busier) than the others' takes fewer of them.
+constexpr size_t kChunksPerThread = 8;
 bool loadForSplit(const char* path, SplitScan& s) {
     if (!s.file.open(path)) return false;
     s.indexLimit = s.file.size() / 2 + 1;
     s.bitBudget = s.file.size() / 4 + (uint64_t(1) << 20);
     const char* data = s.file.data();
     const char* end = data + s.file.size();
-    const size_t n = std::max<size_t>(1, std::min<size_t>(scanThreads(), s.file.size() / std::max<size_t>(gMinChunk, 1)));
+    const size_t threads = scanThreads(), most = threads > 1 ? threads * kChunksPerThread : 1;
+    const size_t n = std::max<size_t>(1, std::min<size_t>(most, s.file.size() / std::max<size_t>(gMinChunk, 1)));
     s.chunks.resize(n);
     const char* at = data;
     for (size_t c = 0; c < n; ++c) {
@@ -249,10 +253,10 @@ bool loadForSplit(const char* path, SplitScan& s) {
     return true;
 }
 
-// Runs scan(chunk) for every chunk, each on a thread of its own (see kv::runInParallel).
+// Runs scan(chunk) for every chunk on the scan threads (see kv::runShared).
 template <typename Fn>
 void forEachChunk(SplitScan& s, Fn&& scan) {
-    kv::runInParallel(s.chunks.size(), [&](size_t c) { scan(s.chunks[c]); });
+    kv::runShared(s.chunks.size(), scanThreads(), [&](size_t c) { scan(s.chunks[c]); });
     s.vertexEnds.clear();
     for (const ChunkScan& c : s.chunks) s.vertexEnds.push_back(s.vertexCount() + c.vertexLines.size());
 }

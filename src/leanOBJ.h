@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "util/text.h"
 
 // One polygroup of the combined mesh: faces [firstFace, endFace), counted 0-based over the
 // whole mesh. 136 bytes, written to the group list file as laid out (integers big-endian).
@@ -58,22 +59,6 @@ inline std::string_view rest(std::string_view line) { return line.size() > 2 ? l
 
 // Reads whitespace-separated decimal integers the way stream extraction into an int does
 // (optional sign, digits; a failed or out-of-range read ends the list) and hands each to fn.
-// The first blank at or after p, or end. Eight bytes at a time where the buffer allows.
-inline const char* findBlank(const char* p, const char* end) {
-    if constexpr (std::endian::native == std::endian::little) {
-        while (end - p >= 8) {
-            uint64_t w;
-            std::memcpy(&w, p, 8);
-            const uint64_t x = w ^ 0x2020202020202020ull;  // blank bytes become zero
-            const uint64_t z = (x - 0x0101010101010101ull) & ~x & 0x8080808080808080ull;
-            if (z) return p + std::countr_zero(z) / 8;  // the lowest flagged byte is exact
-            p += 8;
-        }
-    }
-    while (p < end && *p != ' ') ++p;
-    return p;
-}
-
 template <typename Fn>
 void forEachInt(const char* p, const char* end, Fn&& fn);
 
@@ -151,18 +136,11 @@ void forEachInt(const char* p, const char* end, Fn&& fn) {
     }
 }
 
+// The indices of a face line that holds a '/', from p (a token's start) on: each blank-separated
+// token keeps its text before the first '/', followed by one blank, and the kept text is read as
+// forEachInt reads. While a token's kept text is a plain (signed) number, it is read in place.
 template <typename Fn>
-void forEachFaceIndex(std::string_view line, std::string& scratch, Fn&& fn) {
-    std::string_view text = rest(line);
-    if (text.empty()) return;
-    const char* p = text.data();
-    const char* end = p + text.size();
-    if (!std::memchr(p, '/', text.size())) {
-        forEachInt(p, end, fn);
-        return;
-    }
-    // Each blank-separated token keeps its text before the first '/', followed by one blank.
-    // Fast path: while a token's kept text is a plain (signed) number, read it in place.
+void forEachTokenIndex(const char* p, const char* end, std::string& scratch, Fn&& fn) {
     while (p < end) {
         const char* t = p;
         bool negative = false;
@@ -178,7 +156,7 @@ void forEachFaceIndex(std::string_view line, std::string& scratch, Fn&& fn) {
                 if (v > INT32_MAX || v < INT32_MIN) return;
                 fn(static_cast<int32_t>(v));
             }
-            t = findBlank(t, end);  // drop the rest of the token
+            t = kv::findBlank(t, end);  // drop the rest of the token
             p = t < end ? t + 1 : end;
             continue;
         }
@@ -196,6 +174,57 @@ void forEachFaceIndex(std::string_view line, std::string& scratch, Fn&& fn) {
         p = blank + 1;
     }
     forEachInt(scratch.data(), scratch.data() + scratch.size(), fn);
+}
+
+// A line without '/' is read by forEachInt, one with a '/' by forEachTokenIndex. Both read the
+// common tokens alike: a number of at most eight digits (signed or not) ended by a blank, by the
+// line's end (a carriage return there included) or, in the second reading only, by a '/' (the
+// rest of the token is dropped). Those are read here, eight bytes at a time, without looking
+// for a '/' first; at any other token the rest of the line goes to the reading it calls for.
+template <typename Fn>
+void forEachFaceIndex(std::string_view line, std::string& scratch, Fn&& fn) {
+    const std::string_view text = rest(line);
+    const char* p = text.data();
+    const char* const full = p + text.size();
+    const char* const end = p < full && full[-1] == '\r' ? full - 1 : full;
+    bool slashes = false;  // a '/' in the tokens read so far
+    while (p < end) {
+        const bool negative = *p == '-';
+        const char* q = p + (negative || *p == '+');
+        int n = 0;
+        uint32_t v = 0;
+        if (end - q >= 8) {
+            const uint64_t w = kv::loadWord(q);
+            n = kv::leadingDigits(w);
+            if (n == 8) break;  // a longer number: checked for range by the general readings
+            v = n ? kv::digitsValue(w, n) : 0;
+        } else {
+            for (; q + n < end && q[n] >= '0' && q[n] <= '9'; ++n) v = v * 10 + uint32_t(q[n] - '0');
+        }
+        const char* after = q + n;
+        if (n == 0) {
+            if (q != p) return;  // a sign alone: the read fails
+            if (*p == ' ') {      // an empty token
+                ++p;
+                continue;
+            }
+            if (*p != '/') break;
+        } else {
+            if (after < end && *after != ' ' && *after != '/') break;
+            fn(negative ? -static_cast<int32_t>(v) : static_cast<int32_t>(v));
+            if (after == end) return;
+            if (*after == ' ') {
+                p = after + 1;
+                continue;
+            }
+        }
+        slashes = true;
+        const char* blank = kv::findBlank(after, end);
+        p = blank < end ? blank + 1 : end;
+    }
+    if (p >= end) return;
+    if (slashes || std::memchr(p, '/', static_cast<size_t>(full - p))) forEachTokenIndex(p, full, scratch, fn);
+    else forEachInt(p, full, fn);
 }
 
 }  // namespace obj

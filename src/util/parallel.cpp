@@ -1,6 +1,7 @@
 #include "util/parallel.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <exception>
 #include <thread>
@@ -37,6 +38,13 @@ void runInParallel(size_t n, const std::function<void(size_t)>& task) {
     for (std::thread& t : threads) t.join();
     for (const std::exception_ptr& e : errors)
         if (e) std::rethrow_exception(e);
+}
+
+void runShared(size_t n, size_t threads, const std::function<void(size_t)>& task) {
+    std::atomic<size_t> next{0};
+    runInParallel(std::min(n, threads), [&](size_t) {
+        for (size_t i; (i = next.fetch_add(1, std::memory_order_relaxed)) < n;) task(i);
+    });
 }
 
 }  // namespace kv
