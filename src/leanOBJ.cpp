@@ -6,8 +6,10 @@
 #include <algorithm>
 #include <bit>
 #include <charconv>
+#include <condition_variable>
 #include <cstring>
 #include <limits>
+#include <mutex>
 
 #include "FileOps.h"
 #include "util/bytes.h"
@@ -256,7 +258,7 @@ bool loadForSplit(const char* path, SplitScan& s) {
 // Runs scan(chunk) for every chunk on the scan threads (see kv::runShared).
 template <typename Fn>
 void forEachChunk(SplitScan& s, Fn&& scan) {
-    kv::runShared(s.chunks.size(), scanThreads(), [&](size_t c) { scan(s.chunks[c]); });
+    kv::runShared(s.chunks.size(), scanThreads(), [&](size_t c, size_t) { scan(s.chunks[c]); });
     s.vertexEnds.clear();
     for (const ChunkScan& c : s.chunks) s.vertexEnds.push_back(s.vertexCount() + c.vertexLines.size());
 }
@@ -364,8 +366,9 @@ void scanByList(SplitScan& s) {
     for (IndexSet& set : s.sets) set.finish();
 }
 
-// Appends a vertex file (head + big-endian positions) for the given 1-based indices.
-void buildVertexFile(const SplitScan& s, const IndexSet* set, std::vector<char>& out) {
+// Builds a vertex file (head + big-endian positions) for the given 1-based indices, on up to
+// `threads` threads.
+void buildVertexFile(const SplitScan& s, const IndexSet* set, size_t threads, std::vector<char>& out) {
     const uint64_t nV = s.vertexCount();
     const size_t n = set ? set->count(1, nV) : 0;
     out.assign(16 + 12 * n, 0);
@@ -375,9 +378,9 @@ void buildVertexFile(const SplitScan& s, const IndexSet* set, std::vector<char>&
     kv::putU32BE(p + 8, static_cast<uint32_t>(n));
     p += 16;
     if (!set) return;
-    // The positions are read on every core: part k takes the indices in slice k of the set's
+    // The positions are read on several threads: part k takes the indices in slice k of the set's
     // span and writes them where the counts of the slices before it say.
-    const size_t parts = std::max<size_t>(1, std::min<size_t>(scanThreads(), n / std::max<size_t>(gMinChunk / 512, 1)));  // 16384 vertices a part at least
+    const size_t parts = std::max<size_t>(1, std::min<size_t>(threads, n / std::max<size_t>(gMinChunk / 512, 1)));  // 16384 vertices a part at least
     const auto [first, last] = set->span();
     const uint64_t from = std::max<uint64_t>(1, first), to = std::min(nV, last);
     auto sliceEnd = [&](size_t k) { return from - 1 + (to >= from ? to - from + 1 : 0) * k / parts; };  // slice k: (sliceEnd(k), sliceEnd(k + 1)]
@@ -414,50 +417,89 @@ void buildVertexLines(const SplitScan& s, const IndexSet& set, uint64_t from, st
     });
 }
 
-// Writes the outputs 0 to n - 1 of a split in order. With overlap and more than one scan
-// thread, output k + 1 is built while output k is stored when output k is large (an eighth of
-// the smallest chunk: for a small one, a thread would cost more than it saves); a build that
-// already uses every core gains nothing from it. build(k, out) fills out;
-// store(k, out) writes it. Each returns 0 or the split's result for a failure, which ends the
-// split: the outputs before it are written, none after it.
-template <typename Build, typename Store>
-double buildAndStoreInTurn(size_t n, Build build, Store store, bool overlap) {
-    const size_t large = overlap && scanThreads() > 1 ? gMinChunk / 8 : SIZE_MAX;
-    std::vector<char> buffers[2];
-    double next = n > 0 ? build(0, buffers[0]) : 0;
-    for (size_t k = 0; k < n && next == 0; ++k) {
-        double stored = 0;
-        const bool both = k + 1 < n && buffers[k % 2].size() >= large;
-        kv::runInParallel(both ? 2 : 1, [&](size_t t) {
-            if (t == 0) stored = store(k, buffers[k % 2]);
-            else next = build(k + 1, buffers[(k + 1) % 2]);
+// Writes the outputs 0 to n - 1 of a split on up to `threads` threads. The files are named and
+// created one after another in output order, each when the one before it exists, so that the
+// names and the files are those a one-at-a-time run gives; the outputs are built and written
+// at the same time. name(k, path) sets output k's path, or returns the split's result for a
+// failure; build(k, threads, out) fills its content. An output whose file cannot be created or
+// written gives -3. The first output that fails ends the split with its result: the outputs
+// before it are written, those after it removed again.
+template <typename Name, typename Build>
+double storeOutputs(size_t n, size_t threads, Name name, Build build) {
+    threads = std::max<size_t>(1, std::min(n, threads));
+    std::mutex lock;
+    std::condition_variable turn;
+    size_t named = 0, failed = n;  // outputs named so far; the first that failed
+    std::vector<double> results(n, 0);
+    std::vector<std::string> paths(n);  // those of the files created
+    std::vector<std::vector<char>> buffers(threads);
+    auto fail = [&](size_t k, double result) {
+        const std::lock_guard<std::mutex> hold(lock);
+        results[k] = result;
+        failed = std::min(failed, k);
+    };
+    auto removeAfterFailure = [&] {
+        for (size_t k = failed + 1; k < n; ++k)
+            if (!paths[k].empty() && results[k] == 0) kv::removeFile(paths[k].c_str());
+    };
+    auto store = [&](size_t k, std::vector<char>& out) {
+        kv::OutputFile file;
+        {
+            std::unique_lock<std::mutex> hold(lock);
+            turn.wait(hold, [&] { return named == k; });
+            struct Next {  // the next output's turn, whatever happens here
+                size_t& named;
+                std::condition_variable& turn;
+                ~Next() { ++named, turn.notify_all(); }
+            } next{named, turn};
+            if (failed < k) return;
+            std::string path;
+            double result = name(k, path);
+            if (result == 0 && !kv::openOutput(path.c_str(), file)) result = -3;
+            if (result != 0) results[k] = result, failed = k;
+            else paths[k] = std::move(path);
+        }
+        if (!file.isOpen()) return;
+        try {
+            build(k, std::max<size_t>(1, scanThreads() / threads), out);
+        } catch (...) {
+            kv::closeOutput(file, false);
+            throw;
+        }
+        if (!kv::closeOutput(file, kv::writeOutput(file, out.data(), out.size()))) fail(k, -3);
+    };
+    try {
+        kv::runShared(n, threads, [&](size_t k, size_t w) {
+            try {
+                store(k, buffers[w]);
+            } catch (...) {
+                fail(k, -3);
+                throw;
+            }
         });
-        if (stored != 0) return stored;
-        if (!both && k + 1 < n) next = build(k + 1, buffers[(k + 1) % 2]);
+    } catch (...) {
+        removeAfterFailure();
+        throw;
     }
-    return next;
+    removeAfterFailure();
+    return failed < n ? results[failed] : 0;
 }
 
-// The files of the named parts, in the order given: part k built by build(k, out) and stored as
-// the first free name of its name + ext in the output folder. -3 when a name cannot be used or
-// a file cannot be written. overlap: build a part during the write of the one before (see
-// buildAndStoreInTurn; for a build on one thread).
+// The files of the named parts, in the order given: part k built by build(k, threads, out) and
+// stored as the first free name of its name + ext in the output folder. -3 when a name cannot
+// be used or a file cannot be written (see storeOutputs).
 template <typename Build>
 double storePartFiles(const char* outPath, const std::vector<std::pair<std::string_view, const IndexSet*>>& parts,
-                      const char* ext, bool overlap, Build build) {
-    std::vector<std::string> bases(parts.size());
-    return buildAndStoreInTurn(
-        parts.size(),
-        [&](size_t k, std::vector<char>& out) {
-            if (!obj::outputBase(outPath, parts[k].first, bases[k])) return -3.0;
-            build(k, out);
+                      const char* ext, Build build) {
+    return storeOutputs(
+        parts.size(), scanThreads(),
+        [&](size_t k, std::string& path) {
+            std::string base;
+            if (!obj::outputBase(outPath, parts[k].first, base)) return -3.0;
+            path = obj::freeName(base, ext);
             return 0.0;
         },
-        [&](size_t k, const std::vector<char>& out) {
-            const std::string path = obj::freeName(bases[k], ext);
-            return kv::storeFile(path.c_str(), out.data(), out.size()) ? 0.0 : -3.0;
-        },
-        overlap);
+        build);
 }
 
 // Copies name into a record's field, cut to 127 bytes, the rest zeroed.
@@ -483,7 +525,8 @@ namespace {
 // has at most 22 fraction digits, m and 10^k are exact doubles and one division gives the
 // correctly rounded double. Rounding that to float gives the correctly rounded float unless
 // the double lies exactly halfway between two floats; that case, and any other form (an
-// exponent, more digits), returns null for the general parser.
+// exponent, more digits), returns null for the general parser. The digits before and after
+// the point are read eight bytes at a time when there are at most seven of each.
 const char* parseFastFloat(const char* p, const char* end, float& out) {
     static constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
                                         1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
@@ -491,15 +534,30 @@ const char* parseFastFloat(const char* p, const char* end, float& out) {
     if (negative) ++p;
     uint64_t m = 0;
     int digits = 0, fraction = -1;
-    for (; p < end; ++p) {
-        if (*p >= '0' && *p <= '9') {
-            if (++digits > 18) return nullptr;
-            m = m * 10 + uint64_t(*p - '0');
-            if (fraction >= 0) ++fraction;
-        } else if (*p == '.' && fraction < 0) {
-            fraction = 0;
-        } else {
-            break;
+    const auto run = [end](const char* at, uint64_t& value) {  // digits at `at`, or -1 for eight and more
+        const uint64_t w = kv::loadWordUpTo(at, end);
+        const int n = kv::leadingDigits(w);
+        if (n < 8 && n > 0) value = value * static_cast<uint64_t>(kPow10[n]) + kv::digitsValue(w, n);
+        return n < 8 ? n : -1;
+    };
+    int whole = run(p, m), part = 0;
+    if (whole >= 0 && p + whole < end && p[whole] == '.') part = run(p + whole + 1, m);
+    if (whole >= 0 && part >= 0) {
+        digits = whole + part;
+        fraction = p + whole < end && p[whole] == '.' ? part : -1;
+        p += whole + (fraction >= 0 ? 1 + part : 0);
+    } else {
+        m = 0;
+        for (; p < end; ++p) {
+            if (*p >= '0' && *p <= '9') {
+                if (++digits > 18) return nullptr;
+                m = m * 10 + uint64_t(*p - '0');
+                if (fraction >= 0) ++fraction;
+            } else if (*p == '.' && fraction < 0) {
+                fraction = 0;
+            } else {
+                break;
+            }
         }
     }
     if (digits == 0 || m >= (uint64_t(1) << 53) || fraction > 22) return nullptr;
@@ -687,18 +745,15 @@ double LeanSplitOBJ(const char* objPath, char* outPath) {
     const IndexSet empty;
     std::vector<const IndexSet*> sets;  // in name order
     for (const auto& [name, number] : names) sets.push_back(size_t(number) < s.sets.size() ? &s.sets[size_t(number)] : &empty);
-    return buildAndStoreInTurn(
-        sets.size(),
-        [&](size_t k, std::vector<char>& out) {
-            buildVertexLines(s, *sets[k], 0, out);
-            return out.empty() ? -2.0 : 0.0;
-        },
-        [&](size_t k, const std::vector<char>& out) {
+    return storeOutputs(
+        sets.size(), scanThreads(),
+        [&](size_t k, std::string& path) {
             const size_t count = sets[k]->count(0, s.vertexCount());
-            std::string path = obj::freeName(folder + kv::decimal(static_cast<int64_t>(count)), ".obj");
-            return kv::storeFile(path.c_str(), out.data(), out.size()) ? 0.0 : -3.0;
+            if (count == 0) return -2.0;  // a group without a vertex line
+            path = obj::freeName(folder + kv::decimal(static_cast<int64_t>(count)), ".obj");
+            return 0.0;
         },
-        true);
+        [&](size_t k, size_t, std::vector<char>& out) { buildVertexLines(s, *sets[k], 0, out); });
 }
 
 double LeanSplitVyx(const char* objPath, char* outPath) {
@@ -708,7 +763,9 @@ double LeanSplitVyx(const char* objPath, char* outPath) {
     scanByGroups(s, names);
     std::vector<std::pair<std::string_view, const IndexSet*>> parts;  // in name order
     for (const auto& [name, number] : names) parts.emplace_back(name, size_t(number) < s.sets.size() ? &s.sets[size_t(number)] : nullptr);
-    return storePartFiles(outPath, parts, ".Vyt", false, [&](size_t k, std::vector<char>& out) { buildVertexFile(s, parts[k].second, out); });
+    return storePartFiles(outPath, parts, ".Vyt", [&](size_t k, size_t threads, std::vector<char>& out) {
+        buildVertexFile(s, parts[k].second, threads, out);
+    });
 }
 
 // ---- Append a part to the combined mesh --------------------------------------------------
@@ -829,7 +886,7 @@ double ListSplitOBJ(const char* objPath, char* outPath) {
     std::vector<std::pair<std::string_view, const IndexSet*>> parts;
     if (!scanForListSplit(objPath, s, parts)) return -1;
     const IndexSet empty;
-    return storePartFiles(outPath, parts, ".obj", true, [&](size_t k, std::vector<char>& out) {
+    return storePartFiles(outPath, parts, ".obj", [&](size_t k, size_t, std::vector<char>& out) {
         buildVertexLines(s, parts[k].second ? *parts[k].second : empty, 1, out);
     });
 }
@@ -839,7 +896,9 @@ double ListSplitVyx(const char* objPath, char* outPath) {
     SplitScan s;
     std::vector<std::pair<std::string_view, const IndexSet*>> parts;
     if (!scanForListSplit(objPath, s, parts)) return -1;
-    return storePartFiles(outPath, parts, ".Vyt", false, [&](size_t k, std::vector<char>& out) { buildVertexFile(s, parts[k].second, out); });
+    return storePartFiles(outPath, parts, ".Vyt", [&](size_t k, size_t threads, std::vector<char>& out) {
+        buildVertexFile(s, parts[k].second, threads, out);
+    });
 }
 
 // ---- Face counts and unique names --------------------------------------------------------

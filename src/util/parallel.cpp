@@ -40,10 +40,10 @@ void runInParallel(size_t n, const std::function<void(size_t)>& task) {
         if (e) std::rethrow_exception(e);
 }
 
-void runShared(size_t n, size_t threads, const std::function<void(size_t)>& task) {
+void runShared(size_t n, size_t threads, const std::function<void(size_t, size_t)>& task) {
     std::atomic<size_t> next{0};
-    runInParallel(std::min(n, threads), [&](size_t) {
-        for (size_t i; (i = next.fetch_add(1, std::memory_order_relaxed)) < n;) task(i);
+    runInParallel(std::min(n, threads), [&](size_t w) {
+        for (size_t i; (i = next.fetch_add(1, std::memory_order_relaxed)) < n;) task(i, w);
     });
 }
 

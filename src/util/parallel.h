@@ -16,9 +16,9 @@ unsigned workerThreads();
 // that cannot be started) is passed on after that.
 void runInParallel(size_t n, const std::function<void(size_t)>& task);
 
-// Runs task(i) for every i in [0, n) on at most `threads` threads (the calling one among them),
-// each taking the next i not taken yet, so that tasks of uneven cost keep every thread busy.
-// Ends and passes exceptions on as runInParallel does.
-void runShared(size_t n, size_t threads, const std::function<void(size_t)>& task);
+// Runs task(i, w) for every i in [0, n) on at most `threads` threads (the calling one among
+// them; w < threads tells which), each taking the next i not taken yet, so that tasks of uneven
+// cost keep every thread busy. Ends and passes exceptions on as runInParallel does.
+void runShared(size_t n, size_t threads, const std::function<void(size_t, size_t)>& task);
 
 }  // namespace kv

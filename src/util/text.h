@@ -118,6 +118,14 @@ inline uint64_t loadWord(const char* p) {
     return std::endian::native == std::endian::little ? w : __builtin_bswap64(w);
 }
 
+// Up to eight text bytes before end as loadWord reads them, zeros in place of the bytes beyond.
+inline uint64_t loadWordUpTo(const char* p, const char* end) {
+    if (end - p >= 8) return loadWord(p);
+    char bytes[8] = {};
+    if (end > p) std::memcpy(bytes, p, static_cast<size_t>(end - p));
+    return loadWord(bytes);
+}
+
 // How many of the eight bytes of w, from the first, are decimal digits before the first that is
 // not (8 when all are).
 inline int leadingDigits(uint64_t w) {
