@@ -120,37 +120,30 @@ char* putComponent(char* p, char c) {
 
 // Writes the text of items 0 to count - 1 in order, in batches of kBatchItems: format(out, from,
 // to) writes the items from..to - 1 into out (a buffer of its own, sized by format) and returns
-// the bytes written; the batch that ends at count also writes what follows the last item. A
-// round formats one batch on every core while one more thread writes the round before: a few
-// megabytes are held at a time, and the file system's copy overlaps the formatting.
+// the bytes written; the batch that ends at count also writes what follows the last item. Every
+// core formats batches, taking the next one not taken yet, and writes each in its turn: while one
+// thread's batch goes to the file, the others format theirs.
 constexpr uint64_t kBatchItems = 1u << 15;
 
 template <typename Format>
 void putInBatches(kv::BlockWriter& w, uint64_t count, Format format) {
     const uint64_t batches = std::max<uint64_t>(1, (count + kBatchItems - 1) / kBatchItems);
-    const unsigned threads = static_cast<unsigned>(std::min<uint64_t>(batches, kv::workerThreads()));
-    struct Round {
-        std::vector<std::vector<char>> text;
-        std::vector<size_t> used;
-    };
-    Round rounds[2] = {{std::vector<std::vector<char>>(threads), std::vector<size_t>(threads)},
-                       {std::vector<std::vector<char>>(threads), std::vector<size_t>(threads)}};
-    auto write = [&w, threads](const Round& r) {
-        for (unsigned t = 0; t < threads; ++t) w.put({r.text[t].data(), r.used[t]});
-    };
-    uint64_t round = 0;
-    for (uint64_t first = 0; first < batches; first += threads, ++round) {
-        Round& now = rounds[round % 2];
-        const Round& before = rounds[(round + 1) % 2];
-        kv::runInParallel(threads + (round > 0 ? 1 : 0), [&](size_t t) {
-            if (t == threads) return write(before);
-            now.used[t] = 0;
-            if (first + t >= batches) return;
-            const uint64_t from = (first + t) * kBatchItems;
-            now.used[t] = format(now.text[t], from, std::min(count, from + kBatchItems));
-        });
-    }
-    write(rounds[(round + 1) % 2]);
+    const size_t threads = static_cast<size_t>(std::min<uint64_t>(batches, kv::workerThreads()));
+    std::vector<std::vector<char>> text(threads);
+    kv::Turns turns;
+    kv::runShared(static_cast<size_t>(batches), threads, [&](size_t b, size_t t) {
+        const uint64_t from = b * kBatchItems;
+        size_t used = 0;
+        try {
+            used = format(text[t], from, std::min(count, from + kBatchItems));
+        } catch (...) {
+            turns.stop();  // the batches after it are not written
+            throw;
+        }
+        if (!turns.wait(b)) return;
+        w.put({text[t].data(), used});
+        turns.next();
+    });
 }
 
 // The RGB block for n colour entries (blue, green, red, unused) starting at entries: 32 to a line.

@@ -4,12 +4,11 @@
 #include "leanOBJ.h"
 
 #include <algorithm>
+#include <atomic>
 #include <bit>
 #include <charconv>
-#include <condition_variable>
 #include <cstring>
 #include <limits>
-#include <mutex>
 
 #include "FileOps.h"
 #include "util/bytes.h"
@@ -427,39 +426,31 @@ void buildVertexLines(const SplitScan& s, const IndexSet& set, uint64_t from, st
 template <typename Name, typename Build>
 double storeOutputs(size_t n, size_t threads, Name name, Build build) {
     threads = std::max<size_t>(1, std::min(n, threads));
-    std::mutex lock;
-    std::condition_variable turn;
-    size_t named = 0, failed = n;  // outputs named so far; the first that failed
-    std::vector<double> results(n, 0);
+    kv::Turns turns;                  // the files are named and created in these, in output order
+    std::atomic<size_t> failed{n};    // the first output that failed
+    std::vector<double> results(n);   // each written by its own output's task
     std::vector<std::string> paths(n);  // those of the files created
     std::vector<std::vector<char>> buffers(threads);
     auto fail = [&](size_t k, double result) {
-        const std::lock_guard<std::mutex> hold(lock);
         results[k] = result;
-        failed = std::min(failed, k);
-    };
-    auto removeAfterFailure = [&] {
-        for (size_t k = failed + 1; k < n; ++k)
-            if (!paths[k].empty() && results[k] == 0) kv::removeFile(paths[k].c_str());
+        for (size_t f = failed.load(); k < f && !failed.compare_exchange_weak(f, k);) {
+        }
     };
     auto store = [&](size_t k, std::vector<char>& out) {
         kv::OutputFile file;
         {
-            std::unique_lock<std::mutex> hold(lock);
-            turn.wait(hold, [&] { return named == k; });
-            struct Next {  // the next output's turn, whatever happens here
-                size_t& named;
-                std::condition_variable& turn;
-                ~Next() { ++named, turn.notify_all(); }
-            } next{named, turn};
-            if (failed < k) return;
+            turns.wait(k);
+            const struct EndTurn {
+                kv::Turns& turns;
+                ~EndTurn() { turns.next(); }
+            } endTurn{turns};
+            if (failed.load() < k) return;
             std::string path;
             double result = name(k, path);
             if (result == 0 && !kv::openOutput(path.c_str(), file)) result = -3;
-            if (result != 0) results[k] = result, failed = k;
-            else paths[k] = std::move(path);
+            if (result != 0) return fail(k, result);
+            paths[k] = std::move(path);
         }
-        if (!file.isOpen()) return;
         try {
             build(k, std::max<size_t>(1, scanThreads() / threads), out);
         } catch (...) {
@@ -467,6 +458,10 @@ double storeOutputs(size_t n, size_t threads, Name name, Build build) {
             throw;
         }
         if (!kv::closeOutput(file, kv::writeOutput(file, out.data(), out.size()))) fail(k, -3);
+    };
+    auto removeAfterFailure = [&] {
+        for (size_t k = failed.load() + 1; k < n; ++k)
+            if (!paths[k].empty() && results[k] == 0) kv::removeFile(paths[k].c_str());
     };
     try {
         kv::runShared(n, threads, [&](size_t k, size_t w) {
@@ -482,7 +477,7 @@ double storeOutputs(size_t n, size_t threads, Name name, Build build) {
         throw;
     }
     removeAfterFailure();
-    return failed < n ? results[failed] : 0;
+    return failed.load() < n ? results[failed.load()] : 0;
 }
 
 // The files of the named parts, in the order given: part k built by build(k, threads, out) and

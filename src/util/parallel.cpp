@@ -47,4 +47,26 @@ void runShared(size_t n, size_t threads, const std::function<void(size_t, size_t
     });
 }
 
+bool Turns::wait(size_t k) {
+    std::unique_lock<std::mutex> hold(lock_);
+    changed_.wait(hold, [&] { return turn_ == k || stopped_; });
+    return !stopped_;
+}
+
+void Turns::next() {
+    {
+        const std::lock_guard<std::mutex> hold(lock_);
+        ++turn_;
+    }
+    changed_.notify_all();
+}
+
+void Turns::stop() {
+    {
+        const std::lock_guard<std::mutex> hold(lock_);
+        stopped_ = true;
+    }
+    changed_.notify_all();
+}
+
 }  // namespace kv

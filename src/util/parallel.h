@@ -2,8 +2,10 @@
 // nothing runs between the host's calls.
 #pragma once
 
+#include <condition_variable>
 #include <cstddef>
 #include <functional>
+#include <mutex>
 
 namespace kv {
 
@@ -20,5 +22,20 @@ void runInParallel(size_t n, const std::function<void(size_t)>& task);
 // them; w < threads tells which), each taking the next i not taken yet, so that tasks of uneven
 // cost keep every thread busy. Ends and passes exceptions on as runInParallel does.
 void runShared(size_t n, size_t threads, const std::function<void(size_t, size_t)>& task);
+
+// Turns taken in order across threads: turn k comes when turns 0 to k - 1 have ended. Every turn
+// must be ended (next) or all stopped (stop), else the later ones wait for ever.
+class Turns {
+public:
+    bool wait(size_t k);  // waits for turn k; false when the turns were stopped
+    void next();          // ends the current turn
+    void stop();          // ends every turn waited for now or later, which then gives false
+
+private:
+    std::mutex lock_;
+    std::condition_variable changed_;
+    size_t turn_ = 0;
+    bool stopped_ = false;
+};
 
 }  // namespace kv
