@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Builds from scratch and runs every test: the optimised build, then the whole suite again
-# under AddressSanitizer + UndefinedBehaviorSanitizer, the threaded OBJ scans' tests under
-# ThreadSanitizer, then every fuzz harness for 200000
-# executions in all (scripts/fuzz.sh).
+# under AddressSanitizer + UndefinedBehaviorSanitizer, the tests of the threaded OBJ splits and
+# Vyx conversion under ThreadSanitizer, then every fuzz harness for 200000 executions in all
+# (scripts/fuzz.sh).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/deps.sh
@@ -13,7 +13,7 @@ for preset in release asan; do
   cmake --build --preset "$preset"
   ctest --preset "$preset" -j2
 done
-echo "== tsan: the threaded OBJ scans under ThreadSanitizer"
+echo "== tsan: the threaded OBJ splits and Vyx conversion under ThreadSanitizer"
 rm -rf build-tsan
 cmake --preset tsan >/dev/null
 cmake --build --preset tsan
