@@ -193,6 +193,7 @@ struct ChunkScan {
     const char* begin = nullptr;
     const char* end = nullptr;
     std::vector<uint64_t> vertexLines;  // each "v " line: offset << 16 | length (0xFFFF: longer)
+    std::vector<vertexS> positions;     // for vertex files, instead: each "v " line's position
     std::vector<IndexSet> sets;         // by group: the chunk's groups in order of first mention;
                                         // by list: one per record
     std::vector<std::string_view> names;  // by group: the names of sets
@@ -209,11 +210,21 @@ struct SplitScan {
     std::vector<IndexSet> sets;        // per part, the 1-based OBJ indices its faces use
     uint64_t indexLimit = 0;           // no valid index can exceed this (one vertex per line)
     uint64_t bitBudget = 0;            // bytes the bit sets may still take
+    bool readPositions = false;        // vertex files: positions read while the lines are at hand
 
     uint64_t vertexCount() const { return vertexEnds.empty() ? 0 : vertexEnds.back(); }
-    std::string_view vertexLine(uint64_t k) const {
+    // The chunk of vertex k (0-based) and its place among the chunk's vertices.
+    std::pair<size_t, size_t> locate(uint64_t k) const {
         const size_t c = static_cast<size_t>(std::upper_bound(vertexEnds.begin(), vertexEnds.end(), k) - vertexEnds.begin());
-        const uint64_t entry = chunks[c].vertexLines[static_cast<size_t>(k - (c ? vertexEnds[c - 1] : 0))];
+        return {c, static_cast<size_t>(k - (c ? vertexEnds[c - 1] : 0))};
+    }
+    vertexS position(uint64_t k) const {
+        const auto [c, i] = locate(k);
+        return chunks[c].positions[i];
+    }
+    std::string_view vertexLine(uint64_t k) const {
+        const auto [c, i] = locate(k);
+        const uint64_t entry = chunks[c].vertexLines[i];
         const char* p = file.data() + (entry >> 16);
         size_t n = entry & 0xFFFF;
         if (n == 0xFFFF) n = static_cast<size_t>(lineEnd(p, file.data() + file.size()) - p);
@@ -259,10 +270,11 @@ template <typename Fn>
 void forEachChunk(SplitScan& s, Fn&& scan) {
     kv::runShared(s.chunks.size(), scanThreads(), [&](size_t c, size_t) { scan(s.chunks[c]); });
     s.vertexEnds.clear();
-    for (const ChunkScan& c : s.chunks) s.vertexEnds.push_back(s.vertexCount() + c.vertexLines.size());
+    for (const ChunkScan& c : s.chunks) s.vertexEnds.push_back(s.vertexCount() + c.vertexLines.size() + c.positions.size());
 }
 
 void addVertexLine(const SplitScan& s, ChunkScan& c, std::string_view line) {
+    if (s.readPositions) return c.positions.push_back(obj::parseVertex(line));
     const uint64_t offset = static_cast<uint64_t>(line.data() - s.file.data());
     c.vertexLines.push_back(offset << 16 | std::min<uint64_t>(line.size(), 0xFFFF));
 }
@@ -365,36 +377,23 @@ void scanByList(SplitScan& s) {
     for (IndexSet& set : s.sets) set.finish();
 }
 
-// Builds a vertex file (head + big-endian positions) for the given 1-based indices, on up to
-// `threads` threads.
-void buildVertexFile(const SplitScan& s, const IndexSet* set, size_t threads, std::vector<char>& out) {
+// Builds a vertex file (head + big-endian positions) for the given 1-based indices.
+void buildVertexFile(const SplitScan& s, const IndexSet* set, std::vector<char>& out) {
     const uint64_t nV = s.vertexCount();
     const size_t n = set ? set->count(1, nV) : 0;
-    out.assign(16 + 12 * n, 0);
+    out.resize(16 + 12 * n);
     char* p = out.data();
     kv::putU32BE(p, kVyxVertexTag);
     kv::putU32BE(p + 4, static_cast<uint32_t>(16 + 12 * n));
     kv::putU32BE(p + 8, static_cast<uint32_t>(n));
+    kv::putU32BE(p + 12, 0);
     p += 16;
-    if (!set) return;
-    // The positions are read on several threads: part k takes the indices in slice k of the set's
-    // span and writes them where the counts of the slices before it say.
-    const size_t parts = std::max<size_t>(1, std::min<size_t>(threads, n / std::max<size_t>(gMinChunk / 512, 1)));  // 16384 vertices a part at least
-    const auto [first, last] = set->span();
-    const uint64_t from = std::max<uint64_t>(1, first), to = std::min(nV, last);
-    auto sliceEnd = [&](size_t k) { return from - 1 + (to >= from ? to - from + 1 : 0) * k / parts; };  // slice k: (sliceEnd(k), sliceEnd(k + 1)]
-    std::vector<size_t> at(parts + 1, n);
-    at[0] = 0;
-    for (size_t k = 1; k < parts; ++k) at[k] = at[k - 1] + set->count(sliceEnd(k - 1) + 1, sliceEnd(k));
-    kv::runInParallel(parts, [&](size_t k) {
-        char* q = p + 12 * at[k];
-        set->forEach(sliceEnd(k) + 1, sliceEnd(k + 1), [&](uint64_t i) {
-            const vertexS v = obj::parseVertex(s.vertexLine(static_cast<size_t>(i - 1)));
-            kv::putF32BE(q, v.x);
-            kv::putF32BE(q + 4, v.y);
-            kv::putF32BE(q + 8, v.z);
-            q += 12;
-        });
+    if (set) set->forEach(1, nV, [&](uint64_t i) {
+        const vertexS v = s.position(i - 1);
+        kv::putF32BE(p, v.x);
+        kv::putF32BE(p + 4, v.y);
+        kv::putF32BE(p + 8, v.z);
+        p += 12;
     });
 }
 
@@ -420,7 +419,7 @@ void buildVertexLines(const SplitScan& s, const IndexSet& set, uint64_t from, st
 // created one after another in output order, each when the one before it exists, so that the
 // names and the files are those a one-at-a-time run gives; the outputs are built and written
 // at the same time. name(k, path) sets output k's path, or returns the split's result for a
-// failure; build(k, threads, out) fills its content. An output whose file cannot be created or
+// failure; build(k, out) fills its content. An output whose file cannot be created or
 // written gives -3. The first output that fails ends the split with its result: the outputs
 // before it are written, those after it removed again.
 template <typename Name, typename Build>
@@ -452,7 +451,7 @@ double storeOutputs(size_t n, size_t threads, Name name, Build build) {
             paths[k] = std::move(path);
         }
         try {
-            build(k, std::max<size_t>(1, scanThreads() / threads), out);
+            build(k, out);
         } catch (...) {
             kv::closeOutput(file, false);
             throw;
@@ -480,7 +479,7 @@ double storeOutputs(size_t n, size_t threads, Name name, Build build) {
     return failed.load() < n ? results[failed.load()] : 0;
 }
 
-// The files of the named parts, in the order given: part k built by build(k, threads, out) and
+// The files of the named parts, in the order given: part k built by build(k, out) and
 // stored as the first free name of its name + ext in the output folder. -3 when a name cannot
 // be used or a file cannot be written (see storeOutputs).
 template <typename Build>
@@ -516,11 +515,12 @@ void setScanThreads(unsigned threads, size_t minChunk) {
 
 namespace {
 
-// The common plain decimal ("-12.345678"): when its digits form an integer m below 2^53 and it
-// has at most 22 fraction digits, m and 10^k are exact doubles and one division gives the
-// correctly rounded double. Rounding that to float gives the correctly rounded float unless
-// the double lies exactly halfway between two floats; that case, and any other form (an
-// exponent, more digits), returns null for the general parser. The digits before and after
+// The common plain decimal ("-12.345678"): when its digits form an integer m below 2^24 and it
+// has at most 10 fraction digits, m and 10^k are exact floats and one float division gives the
+// correctly rounded float. Below 2^53 and 22 fraction digits, m and 10^k are exact doubles and
+// one division gives the correctly rounded double; rounding that to float gives the correctly
+// rounded float unless the double lies exactly halfway between two floats. That case, and any
+// other form (an exponent, more digits), returns null for the general parser. The digits before and after
 // the point are read eight bytes at a time when there are at most seven of each.
 const char* parseFastFloat(const char* p, const char* end, float& out) {
     static constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
@@ -557,6 +557,12 @@ const char* parseFastFloat(const char* p, const char* end, float& out) {
     }
     if (digits == 0 || m >= (uint64_t(1) << 53) || fraction > 22) return nullptr;
     if (p < end && !isSpace(*p)) return nullptr;  // an exponent or anything unusual
+    if (m < (uint64_t(1) << 24) && fraction <= 10) {  // both exact floats: one rounding, in float
+        static constexpr float kPow10f[] = {1e0f, 1e1f, 1e2f, 1e3f, 1e4f, 1e5f, 1e6f, 1e7f, 1e8f, 1e9f, 1e10f};
+        const float v = static_cast<float>(m) / kPow10f[fraction > 0 ? fraction : 0];
+        out = negative ? -v : v;
+        return p;
+    }
     const double d = static_cast<double>(m) / kPow10[fraction > 0 ? fraction : 0];
     if ((std::bit_cast<uint64_t>(d) & 0x1FFFFFFF) == 0x10000000) return nullptr;  // halfway between floats
     const float v = static_cast<float>(d);
@@ -748,19 +754,18 @@ double LeanSplitOBJ(const char* objPath, char* outPath) {
             path = obj::freeName(folder + kv::decimal(static_cast<int64_t>(count)), ".obj");
             return 0.0;
         },
-        [&](size_t k, size_t, std::vector<char>& out) { buildVertexLines(s, *sets[k], 0, out); });
+        [&](size_t k, std::vector<char>& out) { buildVertexLines(s, *sets[k], 0, out); });
 }
 
 double LeanSplitVyx(const char* objPath, char* outPath) {
     SplitScan s;
+    s.readPositions = true;
     if (!loadForSplit(objPath, s)) return -1;
     std::map<std::string, int32_t, std::less<>> names;
     scanByGroups(s, names);
     std::vector<std::pair<std::string_view, const IndexSet*>> parts;  // in name order
     for (const auto& [name, number] : names) parts.emplace_back(name, size_t(number) < s.sets.size() ? &s.sets[size_t(number)] : nullptr);
-    return storePartFiles(outPath, parts, ".Vyt", [&](size_t k, size_t threads, std::vector<char>& out) {
-        buildVertexFile(s, parts[k].second, threads, out);
-    });
+    return storePartFiles(outPath, parts, ".Vyt", [&](size_t k, std::vector<char>& out) { buildVertexFile(s, parts[k].second, out); });
 }
 
 // ---- Append a part to the combined mesh --------------------------------------------------
@@ -881,7 +886,7 @@ double ListSplitOBJ(const char* objPath, char* outPath) {
     std::vector<std::pair<std::string_view, const IndexSet*>> parts;
     if (!scanForListSplit(objPath, s, parts)) return -1;
     const IndexSet empty;
-    return storePartFiles(outPath, parts, ".obj", [&](size_t k, size_t, std::vector<char>& out) {
+    return storePartFiles(outPath, parts, ".obj", [&](size_t k, std::vector<char>& out) {
         buildVertexLines(s, parts[k].second ? *parts[k].second : empty, 1, out);
     });
 }
@@ -889,11 +894,10 @@ double ListSplitOBJ(const char* objPath, char* outPath) {
 double ListSplitVyx(const char* objPath, char* outPath) {
     if (groupsList.empty()) return -5;
     SplitScan s;
+    s.readPositions = true;
     std::vector<std::pair<std::string_view, const IndexSet*>> parts;
     if (!scanForListSplit(objPath, s, parts)) return -1;
-    return storePartFiles(outPath, parts, ".Vyt", [&](size_t k, size_t threads, std::vector<char>& out) {
-        buildVertexFile(s, parts[k].second, threads, out);
-    });
+    return storePartFiles(outPath, parts, ".Vyt", [&](size_t k, std::vector<char>& out) { buildVertexFile(s, parts[k].second, out); });
 }
 
 // ---- Face counts and unique names --------------------------------------------------------
