@@ -273,6 +273,14 @@ void forEachChunk(SplitScan& s, Fn&& scan) {
     for (const ChunkScan& c : s.chunks) s.vertexEnds.push_back(s.vertexCount() + c.vertexLines.size() + c.positions.size());
 }
 
+// The lines of a chunk, with room set aside for as many vertices as a mesh of that size usually
+// holds (a vertex line about every 48 bytes), so that the vertex list seldom has to be moved.
+kv::LineScanner chunkLines(const SplitScan& s, ChunkScan& c) {
+    const size_t bytes = static_cast<size_t>(c.end - c.begin);
+    s.readPositions ? c.positions.reserve(bytes / 48) : c.vertexLines.reserve(bytes / 48);
+    return kv::LineScanner(c.begin, bytes);
+}
+
 void addVertexLine(const SplitScan& s, ChunkScan& c, std::string_view line) {
     if (s.readPositions) return c.positions.push_back(obj::parseVertex(line));
     const uint64_t offset = static_cast<uint64_t>(line.data() - s.file.data());
@@ -282,7 +290,7 @@ void addVertexLine(const SplitScan& s, ChunkScan& c, std::string_view line) {
 // Group-driven scan of one chunk: the "g" lines name the parts; a name met again continues its
 // part.
 void scanChunkByGroups(const SplitScan& s, ChunkScan& c) {
-    kv::LineScanner lines(c.begin, static_cast<size_t>(c.end - c.begin));
+    kv::LineScanner lines = chunkLines(s, c);
     std::map<std::string_view, int64_t> local;
     std::string scratch;
     std::string_view line;
@@ -358,7 +366,7 @@ void scanByList(SplitScan& s) {
         c.sets.resize(groupsList.size());
         int64_t face = c.firstFace - 1;
         size_t current = c.firstFace > 0 ? recordAt(0, 0, c.firstFace - 1) : 0;
-        kv::LineScanner lines(c.begin, static_cast<size_t>(c.end - c.begin));
+        kv::LineScanner lines = chunkLines(s, c);
         std::string scratch;
         for (std::string_view line; lines.next(line);) {
             const obj::LineKind kind = obj::classify(line);
