@@ -110,8 +110,9 @@ TEST(CrashSafety, LargeRewritesOfEveryKindStoppedHalfWay) {
 }
 
 // An append cannot be made atomic without copying the whole file; one that fails part-way is
-// cut back, so the file keeps exactly its old content.
-TEST(CrashSafety, FailedAppendLeavesTheOldContent) {
+// cut back, so the file keeps exactly its old content. A split stops at the first part it cannot
+// write, even when later parts are written at the same time.
+TEST(CrashSafety, FailedAppendAndSplitLeaveNoPartialFiles) {
     TempDir dir;
     std::string lines;
     while (lines.size() < 2 * kLimit) lines += "v 0.125 0.25 0.5\n";
@@ -122,6 +123,19 @@ TEST(CrashSafety, FailedAppendLeavesTheOldContent) {
     ASSERT_TRUE(WIFEXITED(status)) << status;
     EXPECT_EQ(WEXITSTATUS(status), 2);
     EXPECT_EQ(readAll(dir / "all.obj"), "v 1 2 3\ng first\nf 1 1 1 \n");
+    // A split whose second part cannot be written: the first part stays, no part after it (the
+    // third, far smaller, is written while the second is still being built).
+    std::string big = "f", many;
+    for (int i = 0; i < 16; ++i) many += lines;
+    for (size_t i = 2; i <= many.size() / 17 + 1; ++i) big += " " + std::to_string(i);
+    writeAll(dir / "mesh.obj", "v 1 1 1\n" + many + "v 2 2 2\nf 1\n" + big + "\nf " + std::to_string(many.size() / 17 + 2) + "\n");
+    for (const char* name : {"A", "B", "C"}) callFn(GroupListAdd, name, 1);
+    const int split = runLimited(true, [&] { return int(-callFn(ListSplitOBJtoOBJ, dir / "mesh.obj", 0, dir / "x")); });
+    ASSERT_TRUE(WIFEXITED(split)) << split;
+    EXPECT_EQ(WEXITSTATUS(split), 3);
+    EXPECT_EQ(listing(dir.path), "A.obj all.obj mesh.obj part.obj ");
+    EXPECT_EQ(readAll(dir / "A.obj"), "v 1 1 1\n");
+    callFn(GroupListClear);
 }
 
 // New files get the usual mode (0666 less the umask), replaced files keep theirs, links stay
