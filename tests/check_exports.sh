@@ -1,29 +1,39 @@
 #!/usr/bin/env bash
-# Checks the plug-in's dynamic symbol table: exactly the names of the version script are
-# defined there (unmangled), each in the script's version node, and every function declared in
-# the public header is among them.
+# Checks the plug-in's exports: exactly the names of the version script, unmangled, every function
+# declared in the public header among them. The Linux plug-in (nm): each name in the script's
+# version node, no function beyond the header's. The Windows DLL (objdump): only Windows system
+# DLLs needed (the C++, GCC and thread runtimes are linked in) and, when the Linux plug-in is
+# given and built, the names it exports.
+#   check_exports.sh LIB MAP HEADER [LINUX_LIB]
 set -euo pipefail
-lib=$1 map=$2 header=$3
-
-script=$(perl -0pe 's#/\*.*?\*/##gs' "$map")
-node=$(echo "$script" | grep -oE '^[A-Za-z_][A-Za-z0-9_]* *\{' | head -1 | tr -d ' {')
-expected=$(echo "$script" | tr ' ;{' '\n\n\n' | grep -E '^[A-Za-z_][A-Za-z0-9_]*$' \
-  | grep -vxE "global|local|$node" | sort -u)
-symbols=$(nm -D --defined-only "$lib" | awk '$2 != "A" {print $3}')
-actual=$(echo "$symbols" | sed 's/@.*//' | sort -u)
-declared=$(grep -oE '^KV_API float [A-Za-z_0-9]+\(' "$header" | sed -E 's/^KV_API float //; s/\($//' | sort -u)
-functions=$(nm -D --defined-only "$lib" | awk '$2 == "T" {print $3}' | sed 's/@.*//' | sort -u)
-
+lib=$1 map=$2 header=$3 linux=${4:-}
 status=0
 problem() { echo "$*"; status=1; }
-[ "$expected" = "$actual" ] ||
-  problem "dynamic symbols differ from the version script:" "$(diff <(echo "$expected") <(echo "$actual"))"
-unversioned=$(echo "$symbols" | grep -v "@@$node\$" || true)
-[ -n "$node" ] && [ -z "$unversioned" ] || problem "symbols outside the version node '$node': $unversioned"
+script=$(perl -0pe 's#/\*.*?\*/##gs' "$map")
+node=$(echo "$script" | grep -oE '^[A-Za-z_][A-Za-z0-9_]* *\{' | head -1 | tr -d ' {')
+expected=$(echo "$script" | tr ' ;{' '\n\n\n' | grep -E '^[A-Za-z_][A-Za-z0-9_]*$' | grep -vxE "global|local|$node" | sort -u)
+declared=$(grep -oE '^KV_API float [A-Za-z_0-9]+\(' "$header" | sed -E 's/^KV_API float //; s/\($//' | sort -u)
+linuxNames() { nm -D --defined-only "$1" | awk '$2 != "A" {print $3}' | sed 's/@.*//' | sort -u; }
+if [[ $lib == *.dll ]]; then
+  objdump=x86_64-w64-mingw32-objdump
+  needed=$($objdump -p "$lib" | sed -n 's/^\tDLL Name: //p' | tr 'A-Z' 'a-z' | sort -u)
+  foreign=$(echo "$needed" | grep -vxE '(kernel32|user32|msvcrt|ole32|shell32|advapi32|api-ms-win-[a-z0-9-]+)\.dll' || true)
+  [ -z "$foreign" ] || problem "needs DLLs that are not part of Windows: $foreign"
+  actual=$($objdump -p "$lib" | sed -n '/\[Ordinal\/Name Pointer\] Table/,/^$/p' | sed -nE 's/^\s*\[ *[0-9]+\] +([A-Za-z_0-9]+)$/\1/p' | sort -u)
+  if [ -n "$linux" ] && [ -f "$linux" ]; then
+    [ "$(linuxNames "$linux")" = "$actual" ] || problem "exports differ from the Linux plug-in's:" "$(diff <(linuxNames "$linux") <(echo "$actual"))"
+  fi
+else
+  symbols=$(nm -D --defined-only "$lib" | awk '$2 != "A" {print $3}')
+  actual=$(linuxNames "$lib")
+  unversioned=$(echo "$symbols" | grep -v "@@$node\$" || true)
+  [ -n "$node" ] && [ -z "$unversioned" ] || problem "symbols outside the version node '$node': $unversioned"
+  undeclared=$(comm -13 <(echo "$declared") <(nm -D --defined-only "$lib" | awk '$2 == "T" {print $3}' | sed 's/@.*//' | sort -u))
+  [ -z "$undeclared" ] || problem "exported but not declared in the header: $undeclared"
+  ! grep -q '^_Z' <<<"$symbols" || problem "mangled names are exported"
+fi
+[ "$expected" = "$actual" ] || problem "exports differ from the version script:" "$(diff <(echo "$expected") <(echo "$actual"))"
 missing=$(comm -23 <(echo "$declared") <(echo "$actual"))
 [ -z "$missing" ] || problem "declared in the header but not exported: $missing"
-undeclared=$(comm -13 <(echo "$declared") <(echo "$functions"))
-[ -z "$undeclared" ] || problem "exported but not declared in the header: $undeclared"
-! grep -q '^_Z' <<<"$symbols" || problem "mangled names are exported"
-[ $status -eq 0 ] && echo "exports OK: $(echo "$actual" | wc -l) symbols"
+[ $status -eq 0 ] && echo "exports OK: $(echo "$actual" | wc -l) names${needed:+; needs $(echo $needed)}"
 exit $status
