@@ -7,9 +7,7 @@
 #   gui_dialog.sh KELVANE PLUGIN ARTEFACT_DIR     (leaves ARTEFACT_DIR/gui_dialog.png)
 set -euo pipefail
 kelvane=$1 plugin=$2 artefacts=$3
-for tool in Xvfb zenity xdotool import dbus-daemon dbus-send dbus-update-activation-environment; do
-  command -v "$tool" >/dev/null || { echo "FAIL: $tool is not installed (scripts/deps.sh installs it)"; exit 1; }
-done
+tools="zenity xdotool import dbus-daemon dbus-send dbus-update-activation-environment"
 
 # A private X server on a free display, and a private home for the dialog's settings.
 source "$(dirname "$0")/xvfb_session.sh"
@@ -33,16 +31,9 @@ startScript() {
 chooseBoth() {
   startScript "$work/choose.kvs" "$1" "${2:-}"
   dialogWindow >/dev/null
-  xdotool key ctrl+l
-  sleep 0.3
-  xdotool type --delay 20 "$sel/"
-  sleep 0.3
-  xdotool key Return   # into the folder
-  sleep 1.5
-  xdotool key ctrl+h   # show hidden files
-  sleep 1.5
-  xdotool key ctrl+a   # select both
-  sleep 0.7
+  # The folder typed into the location bar and opened, hidden files shown, both files selected.
+  xdotool key ctrl+l sleep 0.3 type --delay 20 "$sel/"
+  xdotool sleep 0.3 key Return sleep 1.5 key ctrl+h sleep 1.5 key ctrl+a sleep 0.7
   [ -z "${3:-}" ] || import -window root "$3" || fail "no screenshot"
   xdotool key Return   # open
   waitFor "$work/rc$1" 30 || fail "GetOpenDialog did not return in run $1"

@@ -8,9 +8,7 @@
 #   gui_dialog_windows.sh WINE KELVANE_EXE ARTEFACT_DIR   (leaves ARTEFACT_DIR/gui_dialog_windows.png)
 set -euo pipefail
 wine=$1 kelvane=$2 artefacts=$3
-for tool in Xvfb xdotool import; do
-  command -v "$tool" >/dev/null || { echo "FAIL: $tool is not installed (scripts/packages-windows.txt)"; exit 1; }
-done
+tools="xdotool import"
 
 source "$(dirname "$0")/xvfb_session.sh"
 
@@ -29,11 +27,9 @@ printf 'v 1 1 1\n' >"$sel/.hidden part.obj"
 winsel="Z:${sel//\//\\}"
 startScript "$work/choose.kvs" 1
 dialogWindow 60 >/dev/null
+# Into the folder, then both names in place of the folder's path.
 xdotool type --delay 30 "$winsel"
-xdotool key Return   # into the folder
-sleep 2
-xdotool key End shift+Home BackSpace   # the names replace the folder's path
-xdotool type --delay 30 '"first part.obj" ".hidden part.obj"'
+xdotool key Return sleep 2 key End shift+Home BackSpace type --delay 30 '"first part.obj" ".hidden part.obj"'
 sleep 1
 import -window root "$artefacts/gui_dialog_windows.png" || fail "no screenshot"
 xdotool key Return   # open

@@ -1,7 +1,11 @@
-# Sourced by the dialog tests, which define startScript: a scratch folder $work, background
+# Sourced by the dialog tests, which define startScript and list the programs they need in
+# $tools: a check that those and Xvfb are installed, a scratch folder $work, background
 # processes (their ids in pids) stopped and the folder removed at exit, bounded waits, and a
 # private X server on a free display (or the one in KELVANE_TEST_DISPLAY), exported in DISPLAY.
 # fail prints its message and the runs' outputs ($work/out*).
+for tool in Xvfb $tools; do
+  command -v "$tool" >/dev/null || { echo "FAIL: $tool is not installed (scripts/deps.sh installs it)"; exit 1; }
+done
 work=$(mktemp -d)
 pids=()
 cleanup() {

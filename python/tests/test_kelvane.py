@@ -2,7 +2,7 @@
 header and the README against the plug-in's table of failure codes."""
 import re
 import shutil
-import threading
+from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 import pytest
@@ -73,12 +73,8 @@ def test_failures_raise_with_the_export_code_and_meaning(plugin, tmp_path, actio
 def test_call_is_the_host_call_and_calls_are_serialised(plugin):
     assert plugin.call("Version")[0] == pytest.approx(4.05)
     plugin.call("ClearNameSet")
-    names = []
-    workers = [threading.Thread(target=lambda: names.append(plugin.call("CheckName", "Arm")[1])) for _ in range(8)]
-    for w in workers:
-        w.start()
-    for w in workers:
-        w.join()
+    with ThreadPoolExecutor(8) as pool:
+        names = list(pool.map(lambda _: plugin.call("CheckName", "Arm")[1], range(8)))
     assert sorted(names) == sorted(["Arm"] + [f"Arm_copy{i}" for i in range(1, 8)])
 
 
