@@ -27,8 +27,6 @@ std::string be32(uint32_t v) {
 }
 std::string f32(float f) { return be32(std::bit_cast<uint32_t>(f)); }
 
-bool oneOf(float r, const std::vector<float>& codes) { return std::find(codes.begin(), codes.end(), r) != codes.end(); }
-
 TempDir::TempDir() {
     std::random_device random;
     for (int attempt = 0; attempt < 100 && path.empty(); ++attempt) {

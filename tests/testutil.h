@@ -2,6 +2,7 @@
 // way the host makes them and a sandbox that shows writes outside its output folder.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -53,13 +54,6 @@ struct Sandbox {
     void clearOut() const;
 };
 
-// Windows: some behaviour differs by design (no modes, no fork, its C library's printf).
-#ifdef _WIN32
-constexpr bool kWindows = true;
-#else
-constexpr bool kWindows = false;
-#endif
-
-bool oneOf(float r, const std::vector<float>& codes);
+inline bool oneOf(float r, const std::vector<float>& codes) { return std::find(codes.begin(), codes.end(), r) != codes.end(); }
 
 }  // namespace kvtest
