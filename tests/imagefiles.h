@@ -63,19 +63,13 @@ struct Psd {
 
     std::string bytes() const {
         std::string s = "8BPS" + version + std::string(6, '\0');
-        auto le = [&s](uint32_t v, int n) {
+        auto le = [&s](uint32_t v, int n, const std::string& after = "") {
             for (int i = 0; i < n; ++i) s += static_cast<char>(v >> (8 * i));
+            s += after;
         };
-        le(channels, 2);
-        le(rows, 4);
-        le(columns, 4);
-        le(8, 2);
-        le(mode, 2);
-        le(colourModeLength, 4);
-        le(uint32_t(resources.size()), 4);
-        s += resources;
-        le(uint32_t(layers.size()), 4);
-        s += layers;
+        for (auto [v, n] : {std::pair<uint32_t, int>{channels, 2}, {rows, 4}, {columns, 4}, {8, 2}, {mode, 2}, {colourModeLength, 4}}) le(v, n);
+        le(uint32_t(resources.size()), 4, resources);
+        le(uint32_t(layers.size()), 4, layers);
         le(compression, 2);
         return s + planes + tail;
     }
@@ -83,10 +77,8 @@ struct Psd {
 
 inline Psd uniform(uint32_t rows, uint32_t columns, Rgb c) {
     Psd p;
-    p.rows = rows;
-    p.columns = columns;
-    p.pixels([c](size_t) { return c; });
-    return p;
+    p.rows = rows, p.columns = columns;
+    return p.pixels([c](size_t) { return c; });
 }
 
 }  // namespace kvtest
