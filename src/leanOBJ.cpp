@@ -131,12 +131,6 @@ struct IndexSet {
             }
     }
 
-    // A range [first, last] that holds every index of the set (first > last when it is empty).
-    std::pair<uint64_t, uint64_t> span() const {
-        if (sparse ? list.empty() : words.empty()) return {1, 0};
-        return sparse ? std::pair{list.front(), list.back()} : std::pair{lo, lo + nbits - 1};
-    }
-
     size_t count(uint64_t from, uint64_t to) const {
         size_t n = 0;
         forEach(from, to, [&](uint64_t) { ++n; });
@@ -528,8 +522,8 @@ namespace {
 // correctly rounded float. Below 2^53 and 22 fraction digits, m and 10^k are exact doubles and
 // one division gives the correctly rounded double; rounding that to float gives the correctly
 // rounded float unless the double lies exactly halfway between two floats. That case, and any
-// other form (an exponent, more digits), returns null for the general parser. The digits before and after
-// the point are read eight bytes at a time when there are at most seven of each.
+// other form (an exponent, more digits), returns null for the general parser. The digits before
+// and after the point are read eight bytes at a time when there are at most seven of each.
 const char* parseFastFloat(const char* p, const char* end, float& out) {
     static constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
                                         1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
