@@ -276,7 +276,7 @@ kv::LineScanner chunkLines(const SplitScan& s, ChunkScan& c) {
 }
 
 void addVertexLine(const SplitScan& s, ChunkScan& c, std::string_view line) {
-    if (s.readPositions) return c.positions.push_back(obj::parseVertex(line));
+    if (s.readPositions) return c.positions.push_back(obj::parseVertex(line, s.file.data() + s.file.size()));
     const uint64_t offset = static_cast<uint64_t>(line.data() - s.file.data());
     c.vertexLines.push_back(offset << 16 | std::min<uint64_t>(line.size(), 0xFFFF));
 }
@@ -524,15 +524,15 @@ namespace {
 // rounded float unless the double lies exactly halfway between two floats. That case, and any
 // other form (an exponent, more digits), returns null for the general parser. The digits before
 // and after the point are read eight bytes at a time when there are at most seven of each.
-const char* parseFastFloat(const char* p, const char* end, float& out) {
+const char* parseFastFloat(const char* p, const char* end, const char* readable, float& out) {
     static constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
                                         1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
     const bool negative = p < end && *p == '-';
     if (negative) ++p;
     uint64_t m = 0;
     int digits = 0, fraction = -1;
-    const auto run = [end](const char* at, uint64_t& value) {  // digits at `at`, or -1 for eight and more
-        const uint64_t w = kv::loadWordUpTo(at, end);
+    const auto run = [end, readable](const char* at, uint64_t& value) {  // digits at `at`, or -1 for eight and more
+        const uint64_t w = kv::loadWordUpTo(at, end, readable);
         const int n = kv::leadingDigits(w);
         if (n < 8 && n > 0) value = value * static_cast<uint64_t>(kPow10[n]) + kv::digitsValue(w, n);
         return n < 8 ? n : -1;
@@ -637,9 +637,10 @@ const char* parseStreamFloat(const char* p, const char* end, float& out) {
 
 }  // namespace
 
-vertexS parseVertex(std::string_view line) {
+vertexS parseVertex(std::string_view line, const char* readable) {
     const char* p = line.data();
     const char* end = p + line.size();
+    if (!readable || readable < end) readable = end;
     while (p < end && isSpace(*p)) ++p;  // the first word ("v")
     while (p < end && !isSpace(*p)) ++p;
     float xyz[3] = {0, 0, 0};
@@ -647,7 +648,7 @@ vertexS parseVertex(std::string_view line) {
         while (p < end && isSpace(*p)) ++p;
         const char* q = p < end && *p == '+' ? p + 1 : p;  // the fast path takes no '+'
         const bool oneSign = q < end && (q == p || (*q != '-' && *q != '+'));
-        const char* stop = oneSign ? parseFastFloat(q, end, c) : nullptr;
+        const char* stop = oneSign ? parseFastFloat(q, end, readable, c) : nullptr;
         if (!stop) stop = parseStreamFloat(p, end, c);
         if (!stop) break;  // a failed extraction: this coordinate and the rest stay 0
         p = stop;

@@ -69,8 +69,9 @@ template <typename Fn>
 void forEachFaceIndex(std::string_view line, std::string& scratch, Fn&& fn);
 
 // Parses a "v " line into its three floats as stream extraction would (the first word is
-// skipped); a coordinate that fails to parse, and any after it, is 0.
-vertexS parseVertex(std::string_view line);
+// skipped); a coordinate that fails to parse, and any after it, is 0. Bytes up to readable, when
+// it lies past the line's end, may be read for speed (their values play no part).
+vertexS parseVertex(std::string_view line, const char* readable = nullptr);
 
 // Output path base: the folder part of outPath + name. False when name would leave that
 // folder (an absolute name, or a ".." component) or holds a NUL byte, which no file name can.

@@ -73,12 +73,13 @@ TEST(ObjRules, VertexReaderMatchesTheStreamReference) {
         texts.push_back(text);
     }
     for (const std::string& t : texts) {
-        const std::string line = "v  " + t + "\t" + t + " " + t + "\r";
+        // Read inside a larger buffer, as the splits read it: what follows the line plays no part.
+        const std::string line = "v  " + t + "\t" + t + " " + t + (t.size() % 2 ? "\r" : ""), buffer = line + "9\n";
         std::istringstream in(line);
         std::string word;
         float want[3] = {0, 0, 0};
         in >> word >> want[0] >> want[1] >> want[2];
-        const vertexS v = obj::parseVertex(line);
+        const vertexS v = obj::parseVertex(std::string_view(buffer).substr(0, line.size()), buffer.data() + buffer.size());
         ASSERT_EQ((std::array{std::bit_cast<uint32_t>(v.x), std::bit_cast<uint32_t>(v.y), std::bit_cast<uint32_t>(v.z)}),
                   (std::array{std::bit_cast<uint32_t>(want[0]), std::bit_cast<uint32_t>(want[1]), std::bit_cast<uint32_t>(want[2])}))
             << line;

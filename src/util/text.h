@@ -118,9 +118,11 @@ inline uint64_t loadWord(const char* p) {
     return std::endian::native == std::endian::little ? w : __builtin_bswap64(w);
 }
 
-// Up to eight text bytes before end as loadWord reads them, zeros in place of the bytes beyond.
-inline uint64_t loadWordUpTo(const char* p, const char* end) {
+// Up to eight text bytes before end as loadWord reads them, zeros in place of the bytes beyond;
+// bytes up to readable (at or after end) may be read to get them.
+inline uint64_t loadWordUpTo(const char* p, const char* end, const char* readable) {
     if (end - p >= 8) return loadWord(p);
+    if (readable - p >= 8) return loadWord(p) & ((uint64_t(1) << (8 * (end > p ? end - p : 0))) - 1);
     char bytes[8] = {};
     if (end > p) std::memcpy(bytes, p, static_cast<size_t>(end - p));
     return loadWord(bytes);
