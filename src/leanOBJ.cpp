@@ -517,34 +517,41 @@ void setScanThreads(unsigned threads, size_t minChunk) {
 
 namespace {
 
-// The common plain decimal ("-12.345678"): when its digits form an integer m below 2^24 and it
-// has at most 10 fraction digits, m and 10^k are exact floats and one float division gives the
-// correctly rounded float. Below 2^53 and 22 fraction digits, m and 10^k are exact doubles and
-// one division gives the correctly rounded double; rounding that to float gives the correctly
-// rounded float unless the double lies exactly halfway between two floats. That case, and any
-// other form (an exponent, more digits), returns null for the general parser. The digits before
-// and after the point are read eight bytes at a time when there are at most seven of each.
+// The common plain decimal ("-12.345678"): its digits form an integer m below 2^53 and it has at
+// most 22 fraction digits k. Then m * 10^-k in double (10^-k rounded once) lies within two units
+// of the last place of the exact value, so rounding it to float gives the correctly rounded float
+// unless it lies that close to a midpoint between two floats. Near a midpoint, m and 10^k are
+// exact doubles and one division gives the correctly rounded double, which rounds to the right
+// float unless it is the midpoint itself. That case, and any other form (an exponent, more
+// digits), returns null for the general parser. The digits before and after the point are read
+// eight bytes at a time when there are at most seven of each, in one word when eight at most.
 const char* parseFastFloat(const char* p, const char* end, const char* readable, float& out) {
     static constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
                                         1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+    static constexpr double kInvPow10[] = {1e-0,  1e-1,  1e-2,  1e-3,  1e-4,  1e-5,  1e-6,  1e-7,  1e-8,  1e-9,  1e-10, 1e-11,
+                                           1e-12, 1e-13, 1e-14, 1e-15, 1e-16, 1e-17, 1e-18, 1e-19, 1e-20, 1e-21, 1e-22};
+    static constexpr uint64_t kTens[] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000};
     const bool negative = p < end && *p == '-';
     if (negative) ++p;
     uint64_t m = 0;
     int digits = 0, fraction = -1;
-    const auto run = [end, readable](const char* at, uint64_t& value) {  // digits at `at`, or -1 for eight and more
-        const uint64_t w = kv::loadWordUpTo(at, end, readable);
-        const int n = kv::leadingDigits(w);
-        if (n < 8 && n > 0) value = value * static_cast<uint64_t>(kPow10[n]) + kv::digitsValue(w, n);
-        return n < 8 ? n : -1;
-    };
-    int whole = run(p, m), part = 0;
-    if (whole >= 0 && p + whole < end && p[whole] == '.') part = run(p + whole + 1, m);
-    if (whole >= 0 && part >= 0) {
+    const uint64_t w = kv::loadWordUpTo(p, end, readable);
+    const int whole = kv::leadingDigits(w);
+    const bool point = whole < 8 && p + whole < end && p[whole] == '.';
+    const uint64_t w2 = point ? kv::loadWordUpTo(p + whole + 1, end, readable) : 0;
+    const int part = kv::leadingDigits(w2);
+    if (whole < 8 && part < 8) {
         digits = whole + part;
-        fraction = p + whole < end && p[whole] == '.' ? part : -1;
-        p += whole + (fraction >= 0 ? 1 + part : 0);
+        fraction = point ? part : -1;
+        p += whole + (point ? 1 + part : 0);
+        const auto keep = [](uint64_t word, int n) { return n ? word & (~uint64_t(0) >> (64 - 8 * n)) : 0; };
+        if (digits == 0) {
+        } else if (digits <= 8) {  // both runs in one word
+            m = kv::digitsValue(keep(w, whole) | (whole < 8 ? keep(w2, part) << (8 * whole) : 0), digits);
+        } else {
+            m = kv::digitsValue(w, whole) * kTens[part] + kv::digitsValue(w2, part);
+        }
     } else {
-        m = 0;
         for (; p < end; ++p) {
             if (*p >= '0' && *p <= '9') {
                 if (++digits > 18) return nullptr;
@@ -559,14 +566,12 @@ const char* parseFastFloat(const char* p, const char* end, const char* readable,
     }
     if (digits == 0 || m >= (uint64_t(1) << 53) || fraction > 22) return nullptr;
     if (p < end && !isSpace(*p)) return nullptr;  // an exponent or anything unusual
-    if (m < (uint64_t(1) << 24) && fraction <= 10) {  // both exact floats: one rounding, in float
-        static constexpr float kPow10f[] = {1e0f, 1e1f, 1e2f, 1e3f, 1e4f, 1e5f, 1e6f, 1e7f, 1e8f, 1e9f, 1e10f};
-        const float v = static_cast<float>(m) / kPow10f[fraction > 0 ? fraction : 0];
-        out = negative ? -v : v;
-        return p;
+    const int k = fraction > 0 ? fraction : 0;
+    double d = static_cast<double>(m) * kInvPow10[k];
+    if ((std::bit_cast<uint64_t>(d) & 0x1FFFFFFF) - (0x10000000 - 4) <= 8) {  // near a midpoint
+        d = static_cast<double>(m) / kPow10[k];
+        if ((std::bit_cast<uint64_t>(d) & 0x1FFFFFFF) == 0x10000000) return nullptr;  // on it
     }
-    const double d = static_cast<double>(m) / kPow10[fraction > 0 ? fraction : 0];
-    if ((std::bit_cast<uint64_t>(d) & 0x1FFFFFFF) == 0x10000000) return nullptr;  // halfway between floats
     const float v = static_cast<float>(d);
     out = negative ? -v : v;
     return p;
