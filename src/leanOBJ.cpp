@@ -517,20 +517,35 @@ void setScanThreads(unsigned threads, size_t minChunk) {
 
 namespace {
 
+constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                             1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+constexpr double kInvPow10[] = {1e-0,  1e-1,  1e-2,  1e-3,  1e-4,  1e-5,  1e-6,  1e-7,  1e-8,  1e-9,  1e-10, 1e-11,
+                                1e-12, 1e-13, 1e-14, 1e-15, 1e-16, 1e-17, 1e-18, 1e-19, 1e-20, 1e-21, 1e-22};
+constexpr uint64_t kTens[] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000};
+
+// The plain decimal m * 10^-k (m below 2^53, k at most 22) as the correctly rounded float. The
+// product m * 10^-k in double (10^-k rounded once) lies within two units of the last place of the
+// exact value, so rounding it to float gives the correctly rounded float unless it lies that
+// close to a midpoint between two floats. Near a midpoint, m and 10^k are exact doubles and one
+// division gives the correctly rounded double, which rounds to the right float unless it is the
+// midpoint itself: then false, for the general parser.
+inline bool roundDecimal(uint64_t m, int k, bool negative, float& out) {
+    const double exact = static_cast<double>(static_cast<int64_t>(m));  // the signed conversion is one instruction
+    double d = exact * kInvPow10[k];
+    if ((std::bit_cast<uint64_t>(d) & 0x1FFFFFFF) - (0x10000000 - 4) <= 8) {  // near a midpoint
+        d = exact / kPow10[k];
+        if ((std::bit_cast<uint64_t>(d) & 0x1FFFFFFF) == 0x10000000) return false;  // on it
+    }
+    const float v = static_cast<float>(d);
+    out = negative ? -v : v;
+    return true;
+}
+
 // The common plain decimal ("-12.345678"): its digits form an integer m below 2^53 and it has at
-// most 22 fraction digits k. Then m * 10^-k in double (10^-k rounded once) lies within two units
-// of the last place of the exact value, so rounding it to float gives the correctly rounded float
-// unless it lies that close to a midpoint between two floats. Near a midpoint, m and 10^k are
-// exact doubles and one division gives the correctly rounded double, which rounds to the right
-// float unless it is the midpoint itself. That case, and any other form (an exponent, more
-// digits), returns null for the general parser. The digits before and after the point are read
-// eight bytes at a time when there are at most seven of each, in one word when eight at most.
+// most 22 fraction digits (see roundDecimal). Any other form (an exponent, more digits) returns
+// null for the general parser. The digits before and after the point are read eight bytes at a
+// time when there are at most seven of each, in one word when eight at most.
 const char* parseFastFloat(const char* p, const char* end, const char* readable, float& out) {
-    static constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
-                                        1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
-    static constexpr double kInvPow10[] = {1e-0,  1e-1,  1e-2,  1e-3,  1e-4,  1e-5,  1e-6,  1e-7,  1e-8,  1e-9,  1e-10, 1e-11,
-                                           1e-12, 1e-13, 1e-14, 1e-15, 1e-16, 1e-17, 1e-18, 1e-19, 1e-20, 1e-21, 1e-22};
-    static constexpr uint64_t kTens[] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000};
     const bool negative = p < end && *p == '-';
     if (negative) ++p;
     uint64_t m = 0;
@@ -566,15 +581,48 @@ const char* parseFastFloat(const char* p, const char* end, const char* readable,
     }
     if (digits == 0 || m >= (uint64_t(1) << 53) || fraction > 22) return nullptr;
     if (p < end && !isSpace(*p)) return nullptr;  // an exponent or anything unusual
-    const int k = fraction > 0 ? fraction : 0;
-    double d = static_cast<double>(m) * kInvPow10[k];
-    if ((std::bit_cast<uint64_t>(d) & 0x1FFFFFFF) - (0x10000000 - 4) <= 8) {  // near a midpoint
-        d = static_cast<double>(m) / kPow10[k];
-        if ((std::bit_cast<uint64_t>(d) & 0x1FFFFFFF) == 0x10000000) return nullptr;  // on it
+    return roundDecimal(m, fraction > 0 ? fraction : 0, negative, out) ? p : nullptr;
+}
+
+// A vertex line of at most 64 bytes, "v" and words that are all plain decimals between blanks:
+// its words are found and checked with masks of the line's bytes, and each of the first three is
+// read from one word with its point taken out, or from two, the digits before the point and
+// after it, when it takes more than eight bytes (at most eight digits on either side, 16 bytes in
+// all after the sign). False when the line has another form, or too few bytes can be read after
+// it; the general reader then reads the line.
+bool parsePlainVertex(std::string_view line, const char* readable, float (&xyz)[3]) {
+    if (line.size() > 64 || readable - line.data() < 64 + 8) return false;
+    const kv::ByteMasks m = kv::byteMasks(line.data(), line.size() <= 32 ? 2 : 4);
+    const uint64_t inLine = line.size() == 64 ? ~uint64_t(0) : (uint64_t(1) << line.size()) - 1;
+    const uint64_t text = ~m.blank & inLine;
+    uint64_t starts = text & ~(text << 1), ends = text & ~(text >> 1);  // each word's first and last byte
+    if ((text & ~(m.digit | m.point | m.minus) & ~uint64_t(1)) | (m.minus & inLine & ~starts) | (~ends & 1)) return false;
+    starts &= starts - 1;  // the "v"
+    ends &= ends - 1;
+    for (float& c : xyz) {
+        if (!starts) return false;
+        const int first = std::countr_zero(starts), last = std::countr_zero(ends);
+        const bool negative = (m.minus >> first) & 1;
+        const int from = first + negative, length = last + 1 - from;
+        const uint64_t point = m.point & (~uint64_t(0) << from) & (~uint64_t(0) >> (63 - last));
+        if ((point & (point - 1)) || length > 16 || length == int(point != 0)) return false;
+        const int whole = point ? std::countr_zero(point) - from : length;  // digits before the point
+        const int fraction = point ? length - 1 - whole : 0;
+        const uint64_t w = kv::loadWord(line.data() + from);
+        uint64_t digits = 0;
+        if (length <= 8) {
+            const uint64_t low = whole == 8 ? ~uint64_t(0) : (uint64_t(1) << (8 * whole)) - 1;
+            digits = kv::digitsValue((w & low) | ((w >> 8) & ~low), whole + fraction);
+        } else {
+            if (whole > 8 || fraction == 0 || fraction > 8) return false;
+            const uint64_t after = kv::loadWord(line.data() + from + whole + 1);  // the digits after the point
+            digits = (whole ? kv::digitsValue(w, whole) * kTens[fraction] : 0) + kv::digitsValue(after, fraction);
+        }
+        if (!roundDecimal(digits, fraction, negative, c)) return false;
+        starts &= starts - 1;
+        ends &= ends - 1;
     }
-    const float v = static_cast<float>(d);
-    out = negative ? -v : v;
-    return p;
+    return true;
 }
 
 // The text a stream's float extraction takes from p: an optional sign, digits with at most one
@@ -646,6 +694,7 @@ vertexS parseVertex(std::string_view line, const char* readable) {
     const char* p = line.data();
     const char* end = p + line.size();
     if (!readable || readable < end) readable = end;
+    if (float xyz[3]; parsePlainVertex(line, readable, xyz)) return {xyz[0], xyz[1], xyz[2]};
     while (p < end && isSpace(*p)) ++p;  // the first word ("v")
     while (p < end && !isSpace(*p)) ++p;
     float xyz[3] = {0, 0, 0};

@@ -61,20 +61,27 @@ TEST(ObjRules, LineKindsAndFaceIndices) {
 // "v x y z", on edge cases and random decimals.
 TEST(ObjRules, VertexReaderMatchesTheStreamReference) {
     std::mt19937 rng(77);
-    std::vector<std::string> texts = {"16777217", "16777219", "-16777217.0", "16777217.00000001", "16777216.99999999",
+    // Each line holds three texts in a row: those the plain reader refuses ("1.2.3", ".", "-") stand
+    // between plain ones.
+    std::vector<std::string> texts = {"16777217", "16777219", "1.2.3", "0.1", "0.5", ".", "0.25", "0.75", "-",
+                                      "-16777217.0", "16777217.00000001", "16777216.99999999",
                                       "0.1", "3.4028235e38", "1e-3", "0.000000000000000000001", "123456789012345678901",
                                       "+1.5", "-2e1", ".25", "abc", "1e-50", "1e-40", "1e39", "-1e39", "-inf", "nan",
                                       "1.5e", "+.5", "0x1p3", "5.", ".", "1e+", "1e-9999999999999", "1e9999999999999",
-                                      "--1", "+-1", "1.5x", "3.4028236e38", "7E2", std::string(100, '0') + "1e-60"};
+                                      "--1", "+-1", "1.5x", "3.4028236e38", "7E2", "1-2", "12345678.5", std::string(100, '0') + "1e-60"};
     for (int round = 0; round < 20000; ++round) {
         char text[64];
         std::snprintf(text, sizeof text, "%s%.*f", rng() % 2 ? "-" : "", int(rng() % 12),
                       double(uint64_t(rng()) * rng() % 100000000000000ull) / std::pow(10.0, 1 + int(rng() % 12)));
         texts.push_back(text);
     }
-    for (const std::string& t : texts) {
-        // Read inside a larger buffer, as the splits read it: what follows the line plays no part.
-        const std::string line = "v  " + t + "\t" + t + " " + t + (t.size() % 2 ? "\r" : ""), buffer = line + "9\n";
+    std::string after;  // what follows the line in the file: its bytes play no part
+    while (after.size() < 80) after += "\nv -1.25 .5 -7";
+    for (size_t i = 0; i < texts.size(); ++i) {
+        const std::string& t = texts[i];
+        const std::string line = "v  " + t + "\t" + texts[(i + 1) % texts.size()] + " " + texts[(i + 2) % texts.size()] +
+                                 (t.size() % 2 ? "\r" : ""),
+                          buffer = line + (i % 3 ? after : "9\n");
         std::istringstream in(line);
         std::string word;
         float want[3] = {0, 0, 0};

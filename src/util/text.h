@@ -111,6 +111,35 @@ inline const char* findBlank(const char* p, const char* end) {
     return p;
 }
 
+// Which of the 16 * blocks (at most 64) bytes at p are blanks (a space, \t or \r), decimal digits,
+// points and minus signs: bit i for byte i.
+struct ByteMasks {
+    uint64_t blank = 0, digit = 0, point = 0, minus = 0;
+};
+inline ByteMasks byteMasks(const char* p, int blocks) {
+    ByteMasks m;
+#if defined(__SSE2__)
+    const auto bits = [](__m128i v, int i) { return uint64_t(uint32_t(_mm_movemask_epi8(v))) << (16 * i); };
+    const auto is = [](__m128i v, char c) { return _mm_cmpeq_epi8(v, _mm_set1_epi8(c)); };
+    for (int i = 0; i < blocks; ++i) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16 * i));
+        const __m128i d = _mm_sub_epi8(v, _mm_set1_epi8('0'));
+        m.blank |= bits(_mm_or_si128(_mm_or_si128(is(v, ' '), is(v, '\t')), is(v, '\r')), i);
+        m.digit |= bits(_mm_cmpeq_epi8(_mm_min_epu8(d, _mm_set1_epi8(9)), d), i);
+        m.point |= bits(is(v, '.'), i);
+        m.minus |= bits(is(v, '-'), i);
+    }
+#else
+    for (int i = 0; i < 16 * blocks; ++i) {
+        m.blank |= uint64_t(p[i] == ' ' || p[i] == '\t' || p[i] == '\r') << i;
+        m.digit |= uint64_t(p[i] >= '0' && p[i] <= '9') << i;
+        m.point |= uint64_t(p[i] == '.') << i;
+        m.minus |= uint64_t(p[i] == '-') << i;
+    }
+#endif
+    return m;
+}
+
 // Eight text bytes as one little-endian word, the first byte lowest (for the digit readers below).
 inline uint64_t loadWord(const char* p) {
     uint64_t w;
