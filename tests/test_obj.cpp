@@ -15,6 +15,7 @@
 
 #include "leanOBJ.h"
 #include "meshfiles.h"
+#include "util/text.h"
 
 using namespace kvtest;
 using namespace std::string_literals;
@@ -55,6 +56,16 @@ TEST(ObjRules, LineKindsAndFaceIndices) {
              {"f 12345678 123456789/2 -99999999 7\t8", {12345678, 123456789, -99999999, 7, 8}},
              {"f", {}}})
         EXPECT_EQ(faceIndices(line), want) << line;
+}
+
+// The list splits count each chunk's faces before they scan it: line starts only, and a count of
+// any size (5000 lines of 16 bytes put a match in the same place of every 16 bytes).
+TEST(ObjRules, FaceLinesCounted) {
+    std::string aligned;
+    for (int i = 0; i < 5000; ++i) aligned += "f 1 2 3 4 5 6 7\n";
+    for (auto [text, want] : std::vector<std::pair<std::string, size_t>>{
+             {"", 0}, {"f", 1}, {"v 1\nf 1\n# of f\ng f\nf 2", 2}, {aligned, 5000}, {"x" + aligned + "ff", 5000}})
+        EXPECT_EQ(kv::countLinesStartingWith(text.data(), text.size(), 'f'), want) << text.substr(0, 20);
 }
 
 // The vertex reader has a fast path for short decimals: against a standard input stream reading
