@@ -694,7 +694,7 @@ vertexS parseVertex(std::string_view line, const char* readable) {
     const char* p = line.data();
     const char* end = p + line.size();
     if (!readable || readable < end) readable = end;
-    if (float xyz[3]; parsePlainVertex(line, readable, xyz)) return {xyz[0], xyz[1], xyz[2]};
+    if (float xyz[3]; kv::kFastByteMasks && parsePlainVertex(line, readable, xyz)) return {xyz[0], xyz[1], xyz[2]};
     while (p < end && isSpace(*p)) ++p;  // the first word ("v")
     while (p < end && !isSpace(*p)) ++p;
     float xyz[3] = {0, 0, 0};

@@ -111,7 +111,13 @@ inline const char* findBlank(const char* p, const char* end) {
 }
 
 // Which of the 16 * blocks (at most 64) bytes at p are blanks (a space, \t or \r), decimal digits,
-// points and minus signs: bit i for byte i.
+// points and minus signs: bit i for byte i. Without SSE2 the masks are built byte by byte, slower
+// than the readers that do without them (kFastByteMasks tells).
+#if defined(__SSE2__)
+inline constexpr bool kFastByteMasks = true;
+#else
+inline constexpr bool kFastByteMasks = false;
+#endif
 struct ByteMasks {
     uint64_t blank = 0, digit = 0, point = 0, minus = 0;
 };
