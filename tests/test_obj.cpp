@@ -82,7 +82,7 @@ TEST(ObjRules, VertexReaderMatchesTheStreamReference) {
                                       "--1", "+-1", "1.5x", "3.4028236e38", "7E2", "1-2", "12345678.5", std::string(100, '0') + "1e-60"};
     for (int round = 0; round < 20000; ++round) {
         char text[64];
-        std::snprintf(text, sizeof text, "%s%.*f", rng() % 2 ? "-" : "", int(rng() % 12),
+        std::snprintf(text, sizeof text, "%s%.*f", rng() % 2 ? "-" : "", int(rng() % 23),
                       double(uint64_t(rng()) * rng() % 100000000000000ull) / std::pow(10.0, 1 + int(rng() % 12)));
         texts.push_back(text);
     }
