@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <random>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -363,4 +364,24 @@ TEST(ListSplit, ChunkedScansMatchTheSingleScan) {
     }
     obj::setScanThreads(0, size_t(8) << 20);
     clearGroupsList();
+}
+
+// Groups whose faces each span the whole vertex range would take more room as bit sets than a
+// split allows (a quarter of the file and 1 MiB): the later sets become lists, with the same files.
+TEST(SplitOBJ, IndexSetsOverTheirBudgetBecomeLists) {
+    TempDir dir;
+    constexpr int kVertices = 100000, kGroups = 150;
+    std::string mesh;
+    for (int i = 1; i <= kVertices; ++i) mesh += "v " + std::to_string(i) + " 0 0\n";
+    std::multiset<std::string> want, got;
+    for (int g = 0; g < kGroups; ++g) {
+        const std::string a = std::to_string(1 + g), b = std::to_string(kVertices - g);
+        mesh += "g G" + a + "\nf " + a + " " + b + " " + a + "\n";
+        want.insert("v " + a + " 0 0\nv " + b + " 0 0\n");
+    }
+    writeAll(dir / "mesh.obj", mesh);
+    std::filesystem::create_directories(dir / "out");
+    ASSERT_EQ(callFn(SplitOBJ, dir / "mesh.obj", 0, dir / "out/"), 0);
+    for (const auto& e : std::filesystem::directory_iterator(dir / "out")) got.insert(readAll(e.path().string()));
+    EXPECT_EQ(got, want);
 }
