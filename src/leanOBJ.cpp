@@ -179,8 +179,21 @@ const char* lineEnd(const char* p, const char* end) {
 
 unsigned gScanThreads = 0;           // 0: as many as kv::workerThreads gives
 size_t gMinChunk = size_t(8) << 20;  // no chunk smaller than this
+int64_t gBlockFaces = 4096;          // no face block smaller than this (see FaceBlock)
 
 size_t scanThreads() { return gScanThreads ? gScanThreads : kv::workerThreads(); }
+
+// A run of consecutive face lines of a chunk read by the list (on several threads) and the
+// indices they use. A block is closed once it holds gBlockFaces faces and its set is small
+// beside them (a word per four faces at most), so that the blocks of faces spread over a
+// large vertex range take little more room than the sets of the whole chunk.
+struct FaceBlock {
+    const char* start = nullptr;  // its first face line
+    int64_t faces = 0;
+    IndexSet set;
+
+    bool full() const { return faces >= gBlockFaces && (set.sparse || int64_t(set.words.size()) * 4 <= faces); }
+};
 
 // What one chunk's scan finds.
 struct ChunkScan {
@@ -188,12 +201,11 @@ struct ChunkScan {
     const char* end = nullptr;
     std::vector<uint64_t> vertexLines;  // each "v " line: offset << 16 | length (0xFFFF: longer)
     std::vector<vertexS> positions;     // for vertex files, instead: each "v " line's position
-    std::vector<IndexSet> sets;         // by group: the chunk's groups in order of first mention;
-                                        // by list: one per record
+    std::vector<IndexSet> sets;         // by group: the chunk's groups in order of first mention
     std::vector<std::string_view> names;  // by group: the names of sets
     IndexSet before;                    // by group: faces before the chunk's first group line
     int64_t lastGroup = -1;             // by group: the set open at the chunk's end, -1 none
-    int64_t firstFace = 0;              // by list: the number of faces before the chunk
+    std::vector<FaceBlock> blocks;      // by list, on several threads: its faces in order
     uint64_t budget = 0;                // bytes its bit sets may take
 };
 
@@ -344,38 +356,69 @@ size_t recordAt(size_t record, int64_t from, int64_t face) {
     return record;
 }
 
-// List-driven scan: faces are assigned to the records of groupsList by their face ranges. The
-// chunks' face counts come first, so that each chunk knows its first face.
-void scanByList(SplitScan& s) {
-    if (s.chunks.size() > 1) {
-        forEachChunk(s, [&](ChunkScan& c) { c.firstFace = int64_t(kv::countLinesStartingWith(c.begin, size_t(c.end - c.begin), 'f')); });
-        int64_t total = 0;
-        for (ChunkScan& c : s.chunks) {
-            const int64_t count = c.firstFace;
-            c.firstFace = total;
-            total += count;
-        }
+// Reads a block's face lines again and adds each face's indices to the set of its record,
+// starting from the record at the face before it; returns the record at its last face.
+size_t assignBlock(SplitScan& s, const FaceBlock& b, const char* end, size_t record, int64_t face) {
+    kv::LineScanner lines(b.start, static_cast<size_t>(end - b.start));
+    std::string scratch;
+    int64_t left = b.faces;
+    for (std::string_view line; left > 0 && lines.next(line);) {
+        if (obj::classify(line) != obj::LineKind::Face) continue;
+        record = recordAt(record, face, face);
+        obj::forEachFaceIndex(line, scratch, [&](int32_t i) { s.add(s.sets[record], i, s.bitBudget); });
+        ++face, --left;
     }
+    return record;
+}
+
+// List-driven scan: faces are assigned to the records of groupsList by their face numbers. A
+// single chunk assigns each face as it is read. Several chunks are read at once, before any of
+// them knows the number of its first face: each keeps its faces in blocks, and the join, which
+// knows the numbers, gives a block whole to its record, or reads it again when a record ends
+// inside it.
+void scanByList(SplitScan& s) {
+    s.sets.resize(groupsList.size());
+    const bool direct = s.chunks.size() == 1;
     forEachChunk(s, [&](ChunkScan& c) {
-        c.sets.resize(groupsList.size());
-        int64_t face = c.firstFace - 1;
-        size_t current = c.firstFace > 0 ? recordAt(0, 0, c.firstFace - 1) : 0;
         kv::LineScanner lines = chunkLines(s, c);
         std::string scratch;
+        size_t record = 0;
+        int64_t face = -1;
+        FaceBlock* block = nullptr;
         for (std::string_view line; lines.next(line);) {
             const obj::LineKind kind = obj::classify(line);
             if (kind == obj::LineKind::Vertex) {
                 addVertexLine(s, c, line);
             } else if (kind == obj::LineKind::Face) {
-                ++face;
-                current = recordAt(current, face, face);
-                obj::forEachFaceIndex(line, scratch, [&](int32_t i) { s.add(c.sets[current], i, c.budget); });
+                IndexSet* set;
+                if (direct) {
+                    ++face;
+                    record = recordAt(record, face, face);
+                    set = &s.sets[record];
+                } else {
+                    if (!block || block->full()) block = &c.blocks.emplace_back(FaceBlock{line.data(), 0, {}});
+                    ++block->faces;
+                    set = &block->set;
+                }
+                obj::forEachFaceIndex(line, scratch, [&](int32_t i) { s.add(*set, i, c.budget); });
             }
         }
     });
-    s.sets.resize(groupsList.size());
+    size_t record = 0;
+    int64_t face = 0;  // the number of the block's first face
     for (ChunkScan& c : s.chunks)
-        for (size_t k = 0; k < c.sets.size(); ++k) s.sets[k].absorb(c.sets[k], s.bitBudget);
+        for (FaceBlock& b : c.blocks) {
+            const size_t first = recordAt(record, face, face);
+            const int64_t e = groupsList[first].endFace;
+            if (first + 1 < groupsList.size() && e > face && e < face + b.faces) {
+                record = assignBlock(s, b, c.end, record, face);
+                b.set = IndexSet{};
+            } else {
+                s.sets[first].absorb(b.set, s.bitBudget);
+                record = first;
+            }
+            face += b.faces;
+        }
     for (IndexSet& set : s.sets) set.finish();
 }
 
@@ -510,9 +553,10 @@ void setName(groupID& g, std::string_view name) {
 
 namespace obj {
 
-void setScanThreads(unsigned threads, size_t minChunk) {
+void setScanThreads(unsigned threads, size_t minChunk, int64_t blockFaces) {
     gScanThreads = std::min(threads, 16u);
     gMinChunk = minChunk;
+    gBlockFaces = std::max<int64_t>(1, blockFaces);
 }
 
 namespace {

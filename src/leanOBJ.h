@@ -78,8 +78,9 @@ vertexS parseVertex(std::string_view line, const char* readable = nullptr);
 bool outputBase(const char* outPath, std::string_view name, std::string& base);
 
 // The splits scan a large input on several threads: threads (0: the KELVANE_THREADS setting,
-// else one per core, at most 16), no chunk below minChunk bytes (8 MiB by default).
-void setScanThreads(unsigned threads, size_t minChunk);
+// else one per core, at most 16), no chunk below minChunk bytes (8 MiB by default); a list
+// split's chunks keep their faces in blocks of at least blockFaces faces (4096 by default).
+void setScanThreads(unsigned threads, size_t minChunk, int64_t blockFaces = 4096);
 
 // The first free name among base + ext, base + "_copy1" + ext, base + "_copy2" + ext, ...
 std::string freeName(const std::string& base, const char* ext);

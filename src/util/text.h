@@ -65,30 +65,6 @@ private:
     }
 };
 
-// The number of lines of a buffer (which starts at a line start) whose first byte is c: 16 bytes
-// at a time, each byte compared with c and the byte before it with a line feed, the matches
-// summed lane by lane (at most 255 rounds before the lanes are added up).
-inline size_t countLinesStartingWith(const char* data, size_t size, char c) {
-    if (size == 0) return 0;
-    size_t count = data[0] == c, i = 1;
-#if defined(__SSE2__)
-    const __m128i nl = _mm_set1_epi8('\n'), want = _mm_set1_epi8(c), zero = _mm_setzero_si128();
-    while (size - i >= 16) {
-        const size_t rounds = std::min<size_t>(255, (size - i) / 16);
-        __m128i lanes = zero;
-        for (size_t r = 0; r < rounds; ++r, i += 16) {
-            const __m128i before = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + i - 1));
-            const __m128i at = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + i));
-            lanes = _mm_sub_epi8(lanes, _mm_and_si128(_mm_cmpeq_epi8(before, nl), _mm_cmpeq_epi8(at, want)));
-        }
-        const __m128i sums = _mm_sad_epu8(lanes, zero);  // two sums of eight lanes
-        count += size_t(_mm_cvtsi128_si32(sums)) + size_t(_mm_cvtsi128_si32(_mm_srli_si128(sums, 8)));
-    }
-#endif
-    for (; i < size; ++i) count += data[i - 1] == '\n' && data[i] == c;
-    return count;
-}
-
 // The first blank at or after p, or end: 16 bytes at a time (SSE2), then 8 (bit tricks).
 inline const char* findBlank(const char* p, const char* end) {
 #if defined(__SSE2__)
