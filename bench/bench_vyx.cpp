@@ -2,6 +2,7 @@
 //   vyxtoOBJ          against a straightforward std::ofstream << writer of the same OBJ text
 //   SwapVertices_Vyx  rewriting the vertex positions of the same file
 // Usage: kelvane_bench_vyx [vertex count, default 5000000] [folder, default a temporary one]
+//        kelvane_bench_vyx --mesh FILE [vertex count]   (only writes the mesh)
 // The mesh has as many faces as vertices (every fourth a triangle) and is removed afterwards.
 #include <sys/resource.h>
 #include <unistd.h>
@@ -136,6 +137,12 @@ void streamWriter(const std::string& vyx, const std::string& objPath) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc > 2 && std::string(argv[1]) == "--mesh") {  // only write the mesh (for other benches)
+        const uint32_t count = argc > 3 ? static_cast<uint32_t>(std::strtoul(argv[3], nullptr, 10)) : 5000000u;
+        const std::vector<char> mesh = makeMesh(count);
+        std::ofstream file(argv[2], std::ios::binary);
+        return file.write(mesh.data(), static_cast<std::streamsize>(mesh.size())) ? 0 : 1;
+    }
     const uint32_t n = argc > 1 ? static_cast<uint32_t>(std::strtoul(argv[1], nullptr, 10)) : 5000000u;
     std::string dir;
     if (argc > 2) {
