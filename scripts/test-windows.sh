@@ -9,9 +9,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/deps.sh scripts/packages-windows.txt
 [ -f build-windows/Kelvane4.dll ] || bash scripts/build-windows.sh
-export WINEPREFIX=$PWD/build-windows/wine WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
-export WINEARCH=win64
-wine64=$(command -v wine64 || echo /usr/lib/wine/wine64)
+source scripts/wine-env.sh
 xvfb=
 stop() {
   wineserver -k 2>/dev/null || true
@@ -27,11 +25,7 @@ for _ in $(seq 200); do [ -s "$display_file" ] && break; sleep 0.1; done
 [ -s "$display_file" ] || { echo "Xvfb did not start" >&2; exit 1; }
 export DISPLAY=":$(tr -d '[:space:]' <"$display_file")" KELVANE_TEST_DISPLAY
 KELVANE_TEST_DISPLAY=$DISPLAY
-mkdir -p "$WINEPREFIX"
-# The prefix is made (or brought up to date) and its first server has ended before the one for
-# the run starts: a prefix still being set up cannot create COM objects such as the dialog.
-wineboot -i </dev/null >/dev/null 2>&1
-wineserver -w
+wine_prefix
 wineserver -p </dev/null >/dev/null 2>&1
 "$wine64" cmd /c exit </dev/null >/dev/null 2>&1
 ctest --preset windows -j2 "$@"

@@ -9,18 +9,13 @@
 set -euo pipefail
 root=$(cd "$(dirname "$0")/../.." && pwd)
 size=${1:-1000} runs=${RUNS:-2}
-wine=$(command -v /usr/lib/wine/wine64 || command -v wine)
 data=${BENCH_DIR:-$root/build/bench-data}
 mkdir -p "$data"
 # The tests' Wine prefix, and one Wine server for the whole run (stopped at the end).
-export WINEPREFIX=${WINEPREFIX:-$root/build-windows/wine} WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
+source "$root/scripts/wine-env.sh"
+wine=$wine64
 trap 'wineserver -k 2>/dev/null; rm -rf "$data"' EXIT
-export WINEARCH=win64
-if [ ! -f "$WINEPREFIX/system.reg" ]; then  # a fresh machine: make the prefix the tests use
-  mkdir -p "$WINEPREFIX"
-  wineboot -i </dev/null >/dev/null 2>&1
-  wineserver -w
-fi
+[ -f "$WINEPREFIX/system.reg" ] || wine_prefix  # a fresh machine: the tests have not made it yet
 wineserver -p </dev/null >/dev/null 2>&1 || true  # (one may be running already)
 in="$data/combined.obj"
 "$root/build/obj_bench_gen" "$in" "$size" 24 >/dev/null
@@ -40,13 +35,18 @@ best() {
   echo "$b"
 }
 
-# The list-driven splits load the polygroup list first: a two-line script for each program.
+# The scripts each program runs (its paths, Z: for Wine): the list-driven splits load the
+# polygroup list first; the Vyx conversion reads its face runs first, and a script that only
+# reads them gives the time to subtract for the conversion's own.
 for side in linux windows; do
   z=""; [ $side = windows ] && z="Z:"
   for op in ListSplitOBJtoOBJ ListSplitOBJtoVyx; do
     printf 'GroupListLoad --text "%s" --expect 0\n%s --text "%s" --mem1 "%s" --expect 0\n' \
       "$z$in.groups" "$op" "$z$in" "$z$data/out/" >"$data/$op.$side.kvs"
   done
+  printf 'getFaceIDs --text "%s" --number 1\n' "$z$data/mesh.Vyx" >"$data/runs.$side.kvs"
+  cat "$data/runs.$side.kvs" >"$data/vyx.$side.kvs"
+  printf 'vyxtoOBJ --text "%s" --mem1 "%s" --expect 0\n' "$z$data/mesh.Vyx" "$z$data/out/mesh.obj" >>"$data/vyx.$side.kvs"
 done
 
 printf 'input %s MB\n%-18s %9s %9s %7s\n' "$(( $(stat -c %s "$in") / 1000000 ))" export "Linux s" "Wine s" ratio
@@ -65,16 +65,10 @@ for op in SplitOBJ SplitOBJtoVyx ListSplitOBJtoOBJ ListSplitOBJtoVyx; do
   awk -v o="$op" -v l="$l" -v w="$w" 'BEGIN { printf "%-18s %9.2f %9.2f %6.2fx\n", o, l, w, w / l }'
 done
 
-# Vyx to OBJ: the Vyx bench's mesh (5 million vertices) converted once per program, after its
-# face runs are read. MB/s counts the OBJ text written in the whole script's time, and in the
-# conversion's own time: the script's less that of a script that only reads the face runs.
+# Vyx to OBJ: the Vyx bench's mesh (5 million vertices) converted once per program. MB/s counts
+# the OBJ text written in the whole script's time, and in the conversion's own time.
 "$root/build/kelvane_bench_vyx" --mesh "$data/mesh.Vyx"
-for side in linux windows; do
-  z=""; [ $side = windows ] && z="Z:"
-  printf 'getFaceIDs --text "%s" --number 1\n' "$z$data/mesh.Vyx" >"$data/runs.$side.kvs"
-  cat "$data/runs.$side.kvs" >"$data/vyx.$side.kvs"
-  printf 'vyxtoOBJ --text "%s" --mem1 "%s" --expect 0\n' "$z$data/mesh.Vyx" "$z$data/out/mesh.obj" >>"$data/vyx.$side.kvs"
-done
+sync  # everything written so far on disk: its write-back would slow the first timings
 lr=$(best "$runs" "$root/build/kelvane" run "$data/runs.linux.kvs")
 wr=$(best "$runs" "$wine" "$root/build-windows/kelvane.exe" run "Z:$data/runs.windows.kvs")
 l=$(best "$runs" "$root/build/kelvane" run "$data/vyx.linux.kvs")
