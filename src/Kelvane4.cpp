@@ -17,7 +17,7 @@
 #include "PsdOps.h"
 #include "VyxOps.h"
 #include "kelvane_version.h"
-#include "leanOBJ.h"
+#include "leanOBJ/leanOBJ.h"
 #include "platform/Dialog.h"
 #include "platform/fileio.h"
 #include "util/convert.h"

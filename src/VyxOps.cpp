@@ -12,7 +12,7 @@
 
 #include "FileOps.h"
 #include "util/exportdata.h"
-#include "util/blockwriter.h"
+#include "platform/blockwriter.h"
 #include "util/bytes.h"
 #include "util/convert.h"
 #include "platform/fileio.h"

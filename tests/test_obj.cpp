@@ -14,7 +14,8 @@
 #include <string>
 #include <vector>
 
-#include "leanOBJ.h"
+#include "leanOBJ/leanOBJ.h"
+#include "leanOBJ/objtext.h"
 #include "meshfiles.h"
 #include "util/text.h"
 
@@ -313,11 +314,13 @@ TEST(SwapVertices, TransfersThePosedVerticesIntoThePart) {
 TEST(ListSplit, ChunkedScansMatchTheSingleScan) {
     std::mt19937 rng(2024);
     TempDir dir;
-    auto splitAll = [&](const std::string& mesh, const std::string& out) {
+    using Split = double (*)(const char*, char*, const obj::ScanOptions&);
+    auto splitAll = [&](const std::string& mesh, const std::string& out, const obj::ScanOptions& options) {
         std::filesystem::create_directories(out);
         std::string all;  // the results (a group without faces ends a split with -2), then the files
-        for (KelvaneFn split : {SplitOBJ, SplitOBJtoVyx, ListSplitOBJtoOBJ, ListSplitOBJtoVyx})
-            all += std::to_string(callFn(split, mesh, 0, out + "/")) + " ";
+        std::string outPath = out + "/";
+        for (Split split : {LeanSplitOBJ, LeanSplitVyx, ListSplitOBJ, ListSplitVyx})
+            all += std::to_string(split(mesh.c_str(), outPath.data(), options)) + " ";
         for (const auto& e : std::filesystem::directory_iterator(out)) all += e.path().filename().string() + ":" + readAll(e.path().string()) + "|";
         std::filesystem::remove_all(out);
         return all;
@@ -345,14 +348,12 @@ TEST(ListSplit, ChunkedScansMatchTheSingleScan) {
             g.endFace = r == 4 ? faces + 5 : int32_t(rng() % (faces + 2)) - 1;
             groupsList.push_back(g);
         }
-        obj::setScanThreads(1, 1);
-        const std::string single = splitAll(dir / "mesh.obj", dir / "one");
+        const std::string single = splitAll(dir / "mesh.obj", dir / "one", {.threads = 1, .minChunk = 1});
         for (unsigned threads : {2u, 3u, 7u}) {
-            obj::setScanThreads(threads, 1 + rng() % 40, 1 + rng() % 8);
-            EXPECT_EQ(splitAll(dir / "mesh.obj", dir / "many"), single) << "round " << round << ", " << threads << " threads";
+            const obj::ScanOptions options{threads, 1 + rng() % 40, int64_t(1 + rng() % 8)};
+            EXPECT_EQ(splitAll(dir / "mesh.obj", dir / "many", options), single) << "round " << round << ", " << threads << " threads";
         }
     }
-    obj::setScanThreads(0, size_t(8) << 20);
     clearGroupsList();
 }
 

@@ -65,6 +65,12 @@ private:
     }
 };
 
+// The end of the line that starts at p: its line feed, or end.
+inline const char* lineEnd(const char* p, const char* end) {
+    const void* nl = std::memchr(p, '\n', static_cast<size_t>(end - p));
+    return nl ? static_cast<const char*>(nl) : end;
+}
+
 // The first blank at or after p, or end: 16 bytes at a time (SSE2), then 8 (bit tricks).
 inline const char* findBlank(const char* p, const char* end) {
 #if defined(__SSE2__)

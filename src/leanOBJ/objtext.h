@@ -1,42 +1,17 @@
-// OBJ processing: the polygroup list, the shared OBJ line rules, the splits of a posed
-// combined mesh into one file per part, the append that builds the combined mesh, the
-// vertex transfer back into the parts, the face-count map and the unique-name check.
+// The OBJ text readers every OBJ operation shares: line kinds by their first characters, the
+// position indices of a face line, and the three floats of a vertex line, each read as a
+// standard input stream would read it (fast paths for the common forms, general readers for
+// the rest). They work on a pointer range and never allocate per line.
 #pragma once
 
-#include <bit>
 #include <cstdint>
 #include <cstring>
-#include <map>
-#include <set>
 #include <string>
 #include <string_view>
-#include <vector>
 
+#include "leanOBJ/leanOBJ.h"
 #include "util/text.h"
 
-// One polygroup of the combined mesh: faces [firstFace, endFace), counted 0-based over the
-// whole mesh. 136 bytes, written to the group list file as laid out (integers big-endian).
-struct groupID {
-    char name[128];  // NUL-terminated; names are cut to 127 bytes
-    int32_t firstFace;
-    int32_t endFace;
-};
-static_assert(sizeof(groupID) == 136, "groupID is a 136-byte file record");
-
-// One vertex position.
-struct vertexS {
-    float x, y, z;
-};
-
-// Module state (exported data symbols), alive while the library is loaded.
-extern "C" {
-extern std::vector<groupID> groupsList;                  // the polygroups, in mesh order
-extern int32_t faceIndex;                                // first face of the next record added
-extern std::map<std::string, int32_t> groupFacesList;    // group name -> face count
-extern std::set<std::string> nameSet;                    // names handed out by NameCheck
-}
-
-// ---- The OBJ line rules shared by every OBJ function ----
 namespace obj {
 
 enum class LineKind { Vertex, Face, Group, Comment, Other };
@@ -73,45 +48,7 @@ void forEachFaceIndex(std::string_view line, std::string& scratch, Fn&& fn);
 // it lies past the line's end, may be read for speed (their values play no part).
 vertexS parseVertex(std::string_view line, const char* readable = nullptr);
 
-// Output path base: the folder part of outPath + name. False when name would leave that
-// folder (an absolute name, or a ".." component) or holds a NUL byte, which no file name can.
-bool outputBase(const char* outPath, std::string_view name, std::string& base);
-
-// The splits scan a large input on several threads: threads (0: the KELVANE_THREADS setting,
-// else one per core, at most 16), no chunk below minChunk bytes (8 MiB by default); a list
-// split's chunks keep their faces in blocks of at least blockFaces faces (4096 by default).
-void setScanThreads(unsigned threads, size_t minChunk, int64_t blockFaces = 4096);
-
-// The first free name among base + ext, base + "_copy1" + ext, base + "_copy2" + ext, ...
-std::string freeName(const std::string& base, const char* ext);
-
-}  // namespace obj
-
-// ---- Polygroup list ----
-void addToGroupsList(const char* name, int32_t count);
-float getGroupsListSize();
-std::string getGroupName(int32_t index);  // "null" when out of range or empty
-void clearGroupsList();
-int saveGroupsList(const char* path);   // 0, -1 empty list, -3 cannot write
-int loadGroupsList(const char* path);   // 0, -3 cannot open
-
-// ---- Splits, append and vertex transfer ----
-double LeanSplitOBJ(const char* objPath, char* outPath);   // 0, -1, -2, -3
-double LeanSplitVyx(const char* objPath, char* outPath);   // 0, -1, -3
-double LeanAddGroupOBJ(const char* partPath, char* combinedPath, int vertexOffset);  // count, -1, -2
-double LeanSwapVertsOBJ(const char* vertexPath, const char* meshPath);  // 0, -10, -20, -30
-bool LeanSwapVerts(const char* vertexPath, const char* meshPath);
-
-// ---- List-driven splits, face counts and unique names ----
-double ListSplitOBJ(const char* objPath, char* outPath);  // 0, -1, -3, -5
-double ListSplitVyx(const char* objPath, char* outPath);  // 0, -1, -3, -5
-float CreateGroupFacesList();                            // 0, -5
-int32_t getGroupFaces(const char* name);                 // count, -1
-std::string NameCheck(const char* name);
-void NameSetClear();
-
 // ---- Template definitions ----
-namespace obj {
 
 inline bool isSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 

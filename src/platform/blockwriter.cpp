@@ -1,4 +1,4 @@
-#include "util/blockwriter.h"
+#include "platform/blockwriter.h"
 
 #include <algorithm>
 
