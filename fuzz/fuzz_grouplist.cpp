@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "harness.h"
-#include "leanOBJ.h"
+#include "leanOBJ/leanOBJ.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     kvfuzz::Bytes in{data, size};

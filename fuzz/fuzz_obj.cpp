@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "harness.h"
-#include "leanOBJ.h"
+#include "leanOBJ/leanOBJ.h"
 #include "platform/fileio.h"
 
 // mesh.obj, verts.obj, <count>[_copy<k>].obj, and <group name>[_copy<k>].Vyt
