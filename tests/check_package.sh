@@ -21,6 +21,11 @@ done
 [ "$("$top/bin/kelvane" --version)" = "kelvane $version" ] || { echo "kelvane --version is not $version"; exit 1; }
 objdump -p "$top/lib/libKelvane4.so.4" | grep -E 'NEEDED.*(libstdc\+\+|libgcc_s)' && { echo "the plug-in needs the C++ runtime"; exit 1; }
 bash "$root/scripts/posing_round.sh" "$top/bin/kelvane" | tail -n 1
+# The installed Python module loads the installed plug-in and explains its codes.
+(cd "$work" && PYTHONPATH="$top/lib/python3/dist-packages" KELVANE_PLUGIN="$top/lib/libKelvane4.so.4" python3 -c '
+import kelvane
+assert kelvane.meaning("SplitOBJ", -1) == "the input file cannot be opened", kelvane.meaning("SplitOBJ", -1)
+assert kelvane.Plugin().call("Version")[0] > 0') || { echo "the installed Python module does not work"; exit 1; }
 
 cd "$work"
 mkdir consumer

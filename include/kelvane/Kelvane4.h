@@ -22,8 +22,15 @@
 #ifndef KELVANE_KELVANE4_H
 #define KELVANE_KELVANE4_H
 
+/* KELVANE_BUILDING is defined while the plug-in is built (and in programs that link its objects
+ * directly): the functions are exported. A program that includes this header to link the
+ * installed library imports them. */
 #if defined(_WIN32)
+#if defined(KELVANE_BUILDING)
 #define KV_API __declspec(dllexport)
+#else
+#define KV_API __declspec(dllimport)
+#endif
 #else
 #define KV_API __attribute__((visibility("default")))
 #endif

@@ -24,7 +24,8 @@ __all__ = ["Plugin", "KelvaneError", "meaning"]
 _LOCK = threading.RLock()
 _HERE = Path(__file__).resolve().parent
 _SOURCE = _HERE.parent.parent
-_CODES_FILES = (_HERE / "codes.def", _SOURCE / "tools" / "kelvane" / "codes.def")
+# The table of failure meanings: installed beside the module, or in the source tree.
+_CODES_FILES = (_HERE / "codes.def", _SOURCE / "include" / "kelvane" / "codes.def")
 
 
 def _load_codes():

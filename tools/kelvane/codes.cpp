@@ -5,7 +5,7 @@ namespace kvtool {
 namespace {
 constexpr ResultCode kCodes[] = {
 #define KV_CODE(name, code, meaning) {#name, code, meaning},
-#include "codes.def"
+#include "kelvane/codes.def"
 #undef KV_CODE
 };
 }  // namespace

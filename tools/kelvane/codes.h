@@ -1,4 +1,4 @@
-// The exports' failure codes and their meanings (the table is codes.def).
+// The exports' failure codes and their meanings (the table is include/kelvane/codes.def).
 #pragma once
 
 #include <string_view>
