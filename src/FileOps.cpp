@@ -36,22 +36,26 @@ bool ClearFolder(std::string path) {
     return true;
 }
 
+std::string stripExtension(const std::string& path, bool anyDot) {
+    const size_t dot = path.rfind('.');
+    if (dot == std::string::npos) return path;
+    const size_t sep = path.find_last_of("/\\");
+    if (!anyDot && sep != std::string::npos && dot < sep) return path;
+    return path.substr(0, dot);
+}
+
 std::string FileNameExtract(const std::string& path, int mode) {
     const size_t sep = path.find_last_of("/\\");
-    const size_t dot = path.rfind('.');
     switch (mode) {
-        case 1:
+        case kFolderPart:
             return sep == std::string::npos ? std::string() : path.substr(0, sep + 1);
-        case 2: {
-            std::string name = sep == std::string::npos ? path : path.substr(sep + 1);
-            const size_t nameDot = name.rfind('.');
-            return nameDot == std::string::npos ? name : name.substr(0, nameDot);
-        }
-        case 3:
-            return dot == std::string::npos ? path : path.substr(0, dot);
-        case 4:
-            return path.substr(dot);  // no dot: npos is past the end and substr throws
-        case 6:
+        case kBareName:
+            return stripExtension(sep == std::string::npos ? path : path.substr(sep + 1), false);
+        case kPathNoExtension:
+            return stripExtension(path, true);
+        case kExtension:
+            return path.substr(path.rfind('.'));  // no dot: npos is past the end and substr throws
+        case kFileName:
             return sep == std::string::npos ? path : path.substr(sep + 1);
         default:
             return path;

@@ -1,7 +1,9 @@
 // The plug-in's exported functions, as one table: each wrapper checks its arguments in the
 // documented order, converts the host's number, calls one internal function and turns its
-// outcome into the float result. The work of this file's own subsystem (settings, the TPose
-// reference list, file copy and the folder listing) follows the table.
+// outcome into the float result. The folder listing (OpenFolder, GetFile, CloseFolder) is
+// simple enough to live in its wrappers. The rest of this file's own work follows the table:
+// the TPose reference list, the file copy, and the glue between the open-file dialog, the file list it
+// fills and the platform's dialog and product page (platform/Dialog.h).
 #include "kelvane/Kelvane4.h"
 
 #include <algorithm>
@@ -233,33 +235,33 @@ KV_EXPORT(ClearNameSet, -1) {
 
 // ---- Vyx mesh files ------------------------------------------------------------------------
 
-KV_EXPORT(vyxtoOBJ, -1760) {
+KV_EXPORT(vyxtoOBJ, kVyxUnreadable) {
     if (!text || !memBlock1) return -9;
     return writeOBJfromVyx(text, memBlock1);
 }
 
-KV_EXPORT(getFaceIDs, -1760) {
+KV_EXPORT(getFaceIDs, kVyxUnreadable) {
     if (!text) return -9;
     return GetFaceIDsVyx(text, number);
 }
 
-KV_EXPORT(outMRGB, -1760) {
+KV_EXPORT(outMRGB, kVyxUnreadable) {
     if (!text || !memBlock1) return -9;
     return fromInt(ReadVertColorVyx(text, memBlock1));
 }
 
-KV_EXPORT(SwapVertices_Vyx, -1760) {
+KV_EXPORT(SwapVertices_Vyx, kVyxUnreadable) {
     if (!text || !memBlock1) return -2;
     return fromInt(swapVerticesVyx(memBlock1, text));
 }
 
-KV_EXPORT(GetUVTile, -17) {
-    if (!text) return -17;
+KV_EXPORT(GetUVTile, kTilesUnreadable) {
+    if (!text) return kTilesUnreadable;
     return countUVTiles(text, memBlock1);
 }
 
-KV_EXPORT(GetUVsFromVyx, -1760) {
-    if (!text) return -1760;
+KV_EXPORT(GetUVsFromVyx, kVyxUnreadable) {
+    if (!text) return kVyxUnreadable;
     return splitUVTiles(text);
 }
 
@@ -295,7 +297,7 @@ KV_EXPORT(OpenPrjFile, -17) {
 // The file operations refuse null paths themselves (as a source that cannot be opened or a
 // destination that cannot be created).
 
-KV_EXPORT(CropBMPfile, -1760) {
+KV_EXPORT(CropBMPfile, kVyxUnreadable) {
     // The start column becomes a byte position in 64 bits; the crop refuses one beyond 32 bits.
     return cropBMP(text, memBlock1, int64_t{toInt(number)} * 3, toInt(imgW));
 }

@@ -25,7 +25,7 @@ int writePrjFile(const char* path) {
 }
 
 uint32_t datFileNumber(const char* datPath) {
-    const std::string name = FileNameExtract(datPath, 2);
+    const std::string name = FileNameExtract(datPath, kBareName);
     uint32_t number = 0;
     const auto parsed = std::from_chars(name.data(), name.data() + name.size(), number);
     return parsed.ec == std::errc{} ? number : 0;
@@ -77,7 +77,7 @@ int openPrjFile(const char* prjPath, const char* targetPath) {
 
     // The chunks follow the counted records. Positions are 64-bit, so no length can wrap them,
     // and every step moves forward by at least one byte.
-    const std::string targetFolder = FileNameExtract(targetPath, 1);
+    const std::string targetFolder = FileNameExtract(targetPath, kFolderPart);
     std::string outPath;
     uint64_t pos = kPrjHeaderSize + count * kPrjRecordSize;
     while (pos + kPrjChunkHeaderSize < size) {

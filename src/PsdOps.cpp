@@ -8,6 +8,7 @@
 #include <cstring>
 #include <string>
 
+#include "FileOps.h"
 #include "util/exportdata.h"
 #include "util/bytes.h"
 #include "util/convert.h"
@@ -212,19 +213,6 @@ float mergeSeamlessPSD(const char* first, const char* second, bool columns) {
     return kv::storeFile(first, img.data(), img.size()) ? 0 : -5;
 }
 
-namespace {
-
-// The path without the extension of its file name (a dot in a folder name is no extension).
-std::string withoutExtension(const std::string& path) {
-    const size_t separator = path.find_last_of("/\\");
-    const size_t dot = path.rfind('.');
-    if (dot == std::string::npos || (separator != std::string::npos && dot < separator)) return path;
-    return path.substr(0, dot);
-}
-
-
-}  // namespace
-
 float createThumb(const char* path, int size) {
     if (const float code = loadAndParse(path); code != 0) return code;
     if (fHeader.mode != 3) return -3;
@@ -269,6 +257,6 @@ float createThumb(const char* path, int size) {
                 return -5;
         }
     }
-    const std::string thumb = withoutExtension(path) + "_thumb.psd";
+    const std::string thumb = stripExtension(path, false) + "_thumb.psd";
     return kv::storeFile(thumb.c_str(), out.data(), out.size()) ? 0 : -5;
 }

@@ -1,6 +1,7 @@
-// Vyx mesh files. Every reader loads the whole file with one read and addresses it by byte
-// offset; every count and length taken from the file is checked against the buffer before it
-// is used.
+// Vyx mesh files. The conversion to OBJ maps the file (a mesh of millions of vertices) and
+// formats its lines in batches on every core; every other reader loads the whole file with one
+// read. All address the file by byte offset, and every count and length taken from it is
+// checked against the bytes there before it is used.
 #include "VyxOps.h"
 
 #include <algorithm>
@@ -180,15 +181,15 @@ struct MeshLayout {
 };
 
 // Reads the layout and checks that everything the output will read lies in the file, before
-// anything is written. False, with the conversion's result (-1760, or the first block's tag
+// anything is written. False, with the conversion's result (kVyxUnreadable, or the first block's tag
 // when it is not a vertex block: 0 for an end block), when nothing is to be written.
 bool readLayout(std::span<const char> buf, MeshLayout& m, float& result) {
-    result = -1760;
+    result = kVyxUnreadable;
     if (!headFits(buf, kHeaderSize)) return false;
     m.vertices = headAt(buf, kHeaderSize);
     result = static_cast<float>(m.vertices.tag);
     if (m.vertices.tag != kVyxVertexTag) return false;
-    result = -1760;
+    result = kVyxUnreadable;
     if (!vyxRecordsFit(buf, m.vertices, 12)) return false;
     const size_t secondAt = m.vertices.at + stepOf(m.vertices);
     if (!headFits(buf, secondAt)) return false;
@@ -291,9 +292,9 @@ bool putColoursAndFaces(kv::BlockWriter& w, const char* d, const MeshLayout& m, 
 }  // namespace
 
 float writeOBJfromVyx(const char* vyxPath, char* objOutPath) {
-    if (faceID.empty()) return -18;
+    if (faceID.empty()) return kNoFaceRuns;
     kv::MappedFile file;  // a mesh of millions of vertices: mapped, not copied
-    if (!file.open(vyxPath)) return -1760;
+    if (!file.open(vyxPath)) return kVyxUnreadable;
     const std::span<const char> buf(file.data(), file.size());
     MeshLayout m;
     if (float r = 0; !readLayout(buf, m, r)) return r;
@@ -312,10 +313,10 @@ float writeOBJfromVyx(const char* vyxPath, char* objOutPath) {
 
 int ReadVertColorVyx(const char* vyxPath, char* rgbPath) {
     std::vector<char> buf;
-    if (!kv::readFile(vyxPath, buf)) return -1760;
+    if (!kv::readFile(vyxPath, buf)) return kVyxUnreadable;
     VyxBlock colours;
-    if (!findVyxBlock(buf, kVyxColourTag, colours)) return -1760;
-    if (!vyxRecordsFit(buf, colours, 4)) return -1760;
+    if (!findVyxBlock(buf, kVyxColourTag, colours)) return kVyxUnreadable;
+    if (!vyxRecordsFit(buf, colours, 4)) return kVyxUnreadable;
     kv::BlockWriter w;
     if (!w.open(rgbPath)) return -2;
     putRGBBlock(w, buf.data() + colours.at + kHeadSize, colours.count);
@@ -326,10 +327,10 @@ float GetFaceIDsVyx(const char* vyxPath, double level) {
     const auto k = static_cast<uint32_t>(kv::toInt(std::pow(4.0, level - 1.0)));
     faceID.clear();
     std::vector<char> buf;
-    if (!kv::readFile(vyxPath, buf)) return -1760;
+    if (!kv::readFile(vyxPath, buf)) return kVyxUnreadable;
     VyxBlock faces;
-    if (!findVyxBlock(buf, kVyxFaceTag, faces)) return -1760;
-    if (!vyxRecordsFit(buf, faces, 16)) return -1760;
+    if (!findVyxBlock(buf, kVyxFaceTag, faces)) return kVyxUnreadable;
+    if (!vyxRecordsFit(buf, faces, 16)) return kVyxUnreadable;
     faceID.reserve(faces.count);
     const char* f = buf.data() + faces.at + kHeadSize;
     for (uint32_t i = 0; i < faces.count; ++i, f += 16)
@@ -341,22 +342,22 @@ float GetFaceIDsVyx(const char* vyxPath, double level) {
 
 int swapVerticesVyx(const char* vyxPath, const char* vertexPath) {
     std::vector<char> buf;
-    if (!kv::readFile(vyxPath, buf)) return -1760;
+    if (!kv::readFile(vyxPath, buf)) return kVyxUnreadable;
     VyxBlock vertices;
-    if (!findVyxBlock(buf, kVyxVertexTag, vertices)) return -18;
-    if (!vyxRecordsFit(buf, vertices, 12)) return -1760;
+    if (!findVyxBlock(buf, kVyxVertexTag, vertices)) return kNoVertexBlock;
+    if (!vyxRecordsFit(buf, vertices, 12)) return kVyxUnreadable;
     // The vertex file is opened for update, as the host's own tools do; a read-only one is refused.
     std::vector<char> vt;
-    if (!kv::canOpenForWriting(vertexPath, true) || !kv::readFile(vertexPath, vt)) return -201;
+    if (!kv::canOpenForWriting(vertexPath, true) || !kv::readFile(vertexPath, vt)) return kVertexFileUnreadable;
     // Its head must match the block's length and count, and it must hold the records it declares.
     const size_t bytes = size_t(12) * vertices.count;
     if (vt.size() < kHeadSize || kv::getU32BE(vt.data() + 4) != vertices.length ||
         kv::getU32BE(vt.data() + 8) != vertices.count || vt.size() - kHeadSize < bytes)
-        return -301;
-    if (!kv::canOpenForWriting(vyxPath, false)) return -401;
+        return kVertexFileMismatch;
+    if (!kv::canOpenForWriting(vyxPath, false)) return kVyxNotWritable;
     std::memcpy(buf.data() + vertices.at + kHeadSize, vt.data() + kHeadSize, bytes);
     // The new content replaces the file in one step: a crash leaves the old file or the new one.
-    return kv::storeFile(vyxPath, buf.data(), buf.size()) ? 0 : -401;
+    return kv::storeFile(vyxPath, buf.data(), buf.size()) ? 0 : kVyxNotWritable;
 }
 
 // ---- UV tiles --------------------------------------------------------------------------------
@@ -401,10 +402,10 @@ UV_tile tileOfUV(float u, float v) {
 
 float countUVTiles(const char* vyxPath, char* lastName) {
     std::vector<char> buf;
-    if (!kv::readFile(vyxPath, buf)) return -17;
+    if (!kv::readFile(vyxPath, buf)) return kTilesUnreadable;
     VyxBlock uvs;
     if (!findVyxBlock(buf, kVyxUVTag, uvs)) return 0;
-    if (!vyxRecordsFit(buf, uvs, 32)) return -17;
+    if (!vyxRecordsFit(buf, uvs, 32)) return kTilesUnreadable;
     UV_tile last;
     const std::set<UV_tile> tiles = tilesOf(buf.data() + uvs.at + kHeadSize, uvs.count, &last);
     if (uvs.count > 0 && lastName) std::strcpy(lastName, last.name.c_str());
@@ -414,10 +415,10 @@ float countUVTiles(const char* vyxPath, char* lastName) {
 float splitUVTiles(const char* vyxPath) {
     UVTileStr.clear();
     std::vector<char> buf;
-    if (!kv::readFile(vyxPath, buf)) return -1760;
+    if (!kv::readFile(vyxPath, buf)) return kVyxUnreadable;
     VyxBlock uvs;
     if (!findVyxBlock(buf, kVyxUVTag, uvs)) return 0;
-    if (!vyxRecordsFit(buf, uvs, 32)) return -1760;
+    if (!vyxRecordsFit(buf, uvs, 32)) return kVyxUnreadable;
     const char* records = buf.data() + uvs.at + kHeadSize;
     const std::set<UV_tile> tiles = tilesOf(records, uvs.count, nullptr);
     // Each tile file: the source up to the UV block's records, the reduced records, an end block.
@@ -436,7 +437,7 @@ float splitUVTiles(const char* vyxPath) {
         k.fu = reduce(kv::getF32BE(records + 8 * c), k.u);
         k.fv = reduce(kv::getF32BE(records + 8 * c + 4), k.v);
     }
-    const std::string base = FileNameExtract(vyxPath, 3);
+    const std::string base = FileNameExtract(vyxPath, kPathNoExtension);
     int32_t i = 0;
     for (const UV_tile& tile : tiles) {
         const std::string name = base + kv::decimal(i) + ".Vyx";
@@ -447,7 +448,7 @@ float splitUVTiles(const char* vyxPath) {
             kv::putF32BE(o + 4, inside ? k.fv : -1.0f);
             o += 8;
         }
-        if (!kv::storeFile(name.c_str(), out.data(), out.size())) return kv::fromInt(1501 + i);
+        if (!kv::storeFile(name.c_str(), out.data(), out.size())) return kv::fromInt(kTileFileFailed + i);
         UVTileStr.push_back(name);
         ++i;
     }

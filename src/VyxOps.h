@@ -18,6 +18,16 @@ extern std::vector<std::string> UVTileStr;  // file names written by the last UV
 }
 
 
+// The Vyx operations' failure codes (beside -2, an output file not written).
+inline constexpr int kVyxUnreadable = -1760;      // the Vyx file cannot be read, or its blocks do not fit in it
+inline constexpr int kNoFaceRuns = -18;           // the conversion: faceID is empty
+inline constexpr int kNoVertexBlock = -18;        // the vertex swap: the Vyx file has no vertex block
+inline constexpr int kVertexFileUnreadable = -201;  // the vertex file cannot be opened for update
+inline constexpr int kVertexFileMismatch = -301;  // its length or count differs from the vertex block's
+inline constexpr int kVyxNotWritable = -401;      // the Vyx file cannot be opened for update, or rewritten
+inline constexpr int kTilesUnreadable = -17;      // the tile count: the Vyx file cannot be read
+inline constexpr int kTileFileFailed = 1501;      // the tile split: + i when the file of tile i cannot be written
+
 // Big-endian readers; each argument contributes its low 8 bits, a first.
 uint32_t readUnInt(char a, char b, char c, char d);
 int32_t readSignInt(char a, char b, char c, char d);

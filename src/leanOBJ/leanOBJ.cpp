@@ -102,7 +102,7 @@ double LeanSplitOBJ(const char* objPath, char* outPath, const obj::ScanOptions& 
     if (!obj::loadForSplit(objPath, s)) return -1;
     std::map<std::string, int32_t, std::less<>> names;
     obj::scanByGroups(s, names);
-    const std::string folder = FileNameExtract(outPath, 1);
+    const std::string folder = FileNameExtract(outPath, kFolderPart);
     const obj::IndexSet empty;
     std::vector<const obj::IndexSet*> sets;  // in name order
     for (const auto& [name, number] : names) sets.push_back(size_t(number) < s.sets.size() ? &s.sets[size_t(number)] : &empty);
@@ -133,7 +133,7 @@ double LeanSplitVyx(const char* objPath, char* outPath, const obj::ScanOptions& 
 
 double LeanAddGroupOBJ(const char* partPath, char* combinedPath, int vertexOffset) {
     groupID g;
-    setName(g, FileNameExtract(partPath, 2));
+    setName(g, FileNameExtract(partPath, kBareName));
     const std::string_view name(g.name);
     std::vector<char> in;
     if (!kv::readFile(partPath, in)) return -1;

@@ -133,7 +133,7 @@ bool outputBase(const char* outPath, std::string_view name, std::string& base) {
         if (part == ".." || !kv::creatableName(part)) return false;
         i = slash + 1;
     }
-    base = FileNameExtract(outPath, 1);
+    base = FileNameExtract(outPath, kFolderPart);
     base.append(name);
     return true;
 }

@@ -11,11 +11,12 @@
 #include "util/bytes.h"
 #include "platform/mapfile.h"
 #include "util/text.h"
+#include "util/vyxtags.h"
 
 namespace kvtool {
 namespace {
 
-constexpr uint32_t kVertexTag = 10001, kFaceTag = 20001, kNoCorner = 0xFFFFFFFF;
+constexpr uint32_t kNoCorner = 0xFFFFFFFF;
 // Coordinates are drawn up to this size, so that no sum or difference of them overflows.
 constexpr float kLargest = 1e30f;
 
@@ -122,7 +123,7 @@ bool readObj(const char* data, size_t size, Mesh& m, std::string& error) {
 }
 
 bool readVyxBlock(const char* b, uint32_t tag, uint32_t count, Mesh& m, std::string& error) {
-    if (tag == kVertexTag) {
+    if (tag == kVyxVertexTag) {
         m.xyz.resize(size_t{count} * 3);
         for (size_t i = 0; i < m.xyz.size(); ++i) m.xyz[i] = kv::getF32BE(b + 4 * i);
         for (float f : m.xyz)
@@ -147,12 +148,12 @@ bool readVyx(const char* d, size_t n, Mesh& m, std::string& error) {
     while (off + 16 <= n) {
         const uint32_t tag = kv::getU32BE(d + off), length = kv::getU32BE(d + off + 4);
         const uint32_t count = kv::getU32BE(d + off + 8);
-        if ((tag == kVertexTag && !vertices) || tag == kFaceTag) {
-            const uint64_t record = tag == kVertexTag ? 12 : 16;
+        if ((tag == kVyxVertexTag && !vertices) || tag == kVyxFaceTag) {
+            const uint64_t record = tag == kVyxVertexTag ? 12 : 16;
             if (uint64_t{count} * record > n - off - 16)
                 return (error = "a block of " + std::to_string(count) + " records runs past the end of the file"), false;
             if (!readVyxBlock(d + off + 16, tag, count, m, error)) return false;
-            vertices = vertices || tag == kVertexTag;
+            vertices = vertices || tag == kVyxVertexTag;
         }
         off += length == 0 ? 16 : length;
     }
@@ -163,11 +164,11 @@ bool readVyx(const char* d, size_t n, Mesh& m, std::string& error) {
 
 // A vertex file: a vertex block's 16-byte head and its records, nothing else.
 bool readVyt(const char* d, size_t n, Mesh& m, std::string& error) {
-    if (n < 16 || kv::getU32BE(d) != kVertexTag) return (error = "not a vertex file"), false;
+    if (n < 16 || kv::getU32BE(d) != kVyxVertexTag) return (error = "not a vertex file"), false;
     const uint32_t count = kv::getU32BE(d + 8);
     if (uint64_t{count} * 12 > n - 16)
         return (error = "its " + std::to_string(count) + " vertices run past the end of the file"), false;
-    return readVyxBlock(d + 16, kVertexTag, count, m, error);
+    return readVyxBlock(d + 16, kVyxVertexTag, count, m, error);
 }
 
 std::string extensionOf(const std::string& path) {
