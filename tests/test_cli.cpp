@@ -2,6 +2,9 @@
 // exports by name, so results are checked as the host sees them.
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <set>
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -78,6 +81,10 @@ TEST(Cli, PoseTurnsOneGroupAndVerifyCatchesWrongParts) {
     expectRun("pose " + dir / "c.obj" + " " + dir / "posed.obj" + " --group part --axis z --angle 90 --about 1,0,0", 0, "pose: part: ");
     EXPECT_EQ(kvtest::readAll(dir / "posed.obj"), "v 5 5 5\nv 1 0 0\nv 1 1 0\ng A\nf 1 1 1\ng part\nf 2 3 2 \n");
     expectRun("pose " + dir / "c.obj" + " " + dir / "p2.obj --group nobody", 1, "no group");
+    // Right-handed about y as about x and z: +x turns to -z; a moved float keeps all its digits.
+    kvtest::writeAll(dir / "y.obj", "v 1.2345678 0 0\r\ng arm\r\nf 1 1 1\r\n");
+    expectRun("pose " + dir / "y.obj" + " " + dir / "y2.obj --group arm --axis y --angle 90", 0, "1 vertices turned");
+    EXPECT_NE(kvtest::readAll(dir / "y2.obj").find(" 0 -1.2345678\ng arm\r\n"), std::string::npos);
     for (auto [name, text, status, piece] : std::vector<std::tuple<const char*, const char*, int, const char*>>{
              {"good.obj", "v 1 0 0\nv 1 1 0\nvt 0 0\ng x\nf 1/1 2/1 1/1\n", 0, "ok  part: 2 vertices (1 moved), 1 faces, 1 UVs"},
              {"stale.obj", "v 1 0 0\nv 2 0 0\nvt 0 0\ng x\nf 1/1 2/1 1/1\n", 1, "positions differ"},
@@ -85,5 +92,99 @@ TEST(Cli, PoseTurnsOneGroupAndVerifyCatchesWrongParts) {
         kvtest::writeAll(dir / name, text);
         const std::string verify = "verify --part " + dir / "part.obj" + " --combined " + dir / "posed.obj" + " --group part";
         expectRun(verify + " --posed-part " + dir / name, status, piece);
+    }
+}
+
+namespace {
+
+// The trap meshes of tests/data/round_traps.txt written into dir; returns the cases.
+std::vector<std::pair<std::vector<std::string>, std::string>> writeTraps(const kvtest::TempDir& dir) {
+    std::istringstream table(kvtest::readAll(std::string(KELVANE_SOURCE_DIR) + "/tests/data/round_traps.txt"));
+    std::vector<std::pair<std::vector<std::string>, std::string>> cases;
+    std::string line, mesh, bytes;
+    auto flush = [&] {
+        if (mesh.empty()) return;
+        std::filesystem::create_directories(std::filesystem::path(dir / mesh).parent_path());
+        kvtest::writeAll(dir / mesh, bytes);
+    };
+    while (std::getline(table, line)) {
+        if (line.starts_with("== ")) {
+            flush();
+            mesh = line.substr(3), bytes.clear();
+        } else if (line.starts_with("case ")) {
+            const size_t arrow = line.find(" -> ");
+            std::vector<std::string> parts;
+            std::istringstream list(line.substr(5, arrow - 5));
+            for (std::string p; std::getline(list, p, '|');) parts.push_back(p);
+            cases.emplace_back(parts, line.substr(arrow + 4));
+        } else if (!mesh.empty()) {
+            const bool cr = line.ends_with("<CR>");
+            bytes += (cr ? line.substr(0, line.size() - 4) + "\r" : line) + "\n";
+        }
+    }
+    flush();
+    return cases;
+}
+
+// The part as it must come back from a round whose posed mesh holds "v K 0 0" for its K-th
+// vertex: its used vertices (1-based indices, relative ones resolved) at offset + their index.
+std::string expectedPosed(const std::string& part, long offset) {
+    std::vector<std::string> lines;
+    std::istringstream in(part);
+    std::set<long> used;
+    long vertices = 0;
+    for (std::string l; std::getline(in, l);) {
+        lines.push_back(l);
+        vertices += l.starts_with("v ");
+        std::istringstream words(l.starts_with("f") ? l.substr(1) : "");
+        for (std::string w; words >> w;) used.insert(std::stol(w) < 0 ? vertices + 1 + std::stol(w) : std::stol(w));
+    }
+    std::string out;
+    long v = 0;
+    for (const std::string& l : lines) {
+        const bool cr = l.ends_with("\r");
+        out += l.starts_with("v ") && used.count(++v) ? "v " + std::to_string(offset + v) + " 0 0" + (cr ? "\r" : "") : l;
+        out += "\n";
+    }
+    return out;
+}
+
+}  // namespace
+
+// Every trap mesh either comes back from `combine` and `split-back` exact, at its posed
+// positions, again as fresh files when run twice, or is refused with its reason, nothing written.
+TEST(Cli, SafeRoundBringsEveryTrapBackExactOrRefusesIt) {
+    kvtest::TempDir dir;
+    for (const auto& [parts, outcome] : writeTraps(dir)) {
+        std::string args, label;
+        for (const std::string& p : parts) args += " '" + dir / p + "'", label += p + " ";
+        std::filesystem::remove_all(dir / "out");
+        std::filesystem::remove(dir / "c.obj"), std::filesystem::remove(dir / "c.obj.round");
+        if (outcome != "exact") {
+            expectRun("combine" + args + " --out " + dir / "c.obj", 1, dir / outcome.substr(8));
+            EXPECT_FALSE(kvtest::exists(dir / "c.obj") || kvtest::exists(dir / "c.obj.round")) << label;
+            continue;
+        }
+        expectRun("combine" + args + " --out " + dir / "c.obj", 0, "combine: " + std::to_string(parts.size()) + " parts");
+        expectRun("combine" + args + " --out " + dir / "c.obj", 1, "exists");  // never appended to
+        // The host moves every vertex: the K-th to (K, 0, 0).
+        std::istringstream combined(kvtest::readAll(dir / "c.obj"));
+        std::string posed;
+        long k = 0;
+        for (std::string l; std::getline(combined, l);)
+            posed += (l.starts_with("v ") ? "v " + std::to_string(++k) + " 0 0" : l) + "\n";
+        kvtest::writeAll(dir / "posed.obj", posed);
+        const std::string back = "split-back --round " + dir / "c.obj.round" + " --out " + dir / "out/new ";
+        expectRun(back + dir / "posed.obj", 0, "at rest");
+        expectRun(back + dir / "c.obj", 0, "_copy1.obj");  // a second round: fresh names
+        long offset = 0;
+        for (const std::string& p : parts) {
+            const std::string part = kvtest::readAll(dir / p), name = std::filesystem::path(p).stem().string();
+            EXPECT_EQ(kvtest::readAll(dir / ("out/new/" + name + ".obj")), expectedPosed(part, offset)) << p;
+            EXPECT_EQ(kvtest::readAll(dir / ("out/new/" + name + "_copy1.obj")), part) << p;
+            for (size_t at = 0; (at = part.find("v ", at)) != std::string::npos; ++at) offset += at == 0 || part[at - 1] == '\n';
+        }
+        kvtest::writeAll(dir / "posed.obj", posed + "f 1 2 3\n");  // a face the round has not got
+        expectRun(back + dir / "posed.obj", 1, "the round combined");
     }
 }

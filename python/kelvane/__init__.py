@@ -15,11 +15,13 @@ as posing_round runs as one unit.
 import ctypes
 import os
 import re
-import tempfile
 import threading
 from pathlib import Path
 
-__all__ = ["Plugin", "KelvaneError", "meaning"]
+from . import round as _round
+from .check import check
+
+__all__ = ["Plugin", "KelvaneError", "RoundError", "meaning", "check"]
 
 _LOCK = threading.RLock()
 _HERE = Path(__file__).resolve().parent
@@ -54,6 +56,17 @@ class KelvaneError(Exception):
         self.meaning = meaning(export, code) if meaning_text is None else meaning_text
         text = f"{export} -> {code:g}"
         super().__init__(f"{text} ({self.meaning})" if self.meaning else text)
+
+
+class RoundError(KelvaneError):
+    """A posing round refused or could not bring back a part: `part` and `cause` (the first of
+    `refused`, every (part, cause) when several parts were refused)."""
+
+    def __init__(self, part, cause, refused=None):
+        Exception.__init__(self, f"{os.fsdecode(part)}: {cause}")
+        self.export, self.code, self.meaning = None, None, cause
+        self.part, self.cause = os.fsdecode(part), cause
+        self.refused = refused or [(self.part, cause)]
 
 
 def _path(p):
@@ -101,7 +114,11 @@ class Plugin:
         with _LOCK:
             before = set(out_dir.iterdir())
             self._checked(name, source, mem1=os.path.join(os.fsdecode(out_dir), ""))
-            return sorted(set(out_dir.iterdir()) - before)
+            written = sorted(set(out_dir.iterdir()) - before)
+        if not written:
+            cause = "the polygroup list is empty" if name.startswith("List") else 'the mesh has no "g" line'
+            raise RoundError(source, f"{name} wrote no file: {cause}")
+        return written
 
     def append_obj(self, part, offset, combined):
         """Appends part mesh `part` to `combined` as one group, its faces shifted by `offset`
@@ -109,13 +126,22 @@ class Plugin:
         return int(self._checked("AppendOBJ", part, offset, combined)[0])
 
     def combine(self, parts, combined):
-        """Empties the polygroup list and appends every part; returns the combined vertex count."""
+        """The safe round's first half, as `kelvane combine`: checks every part (raises RoundError
+        for one that cannot come back), appends the parts to the new file `combined` (those with CR
+        line ends, relative indices or faces outside a "g" line from a rewritten copy) and writes
+        the round file `combined` + ".round". Returns the combined vertex count."""
         with _LOCK:
-            self._checked("GroupListClear")
-            total = 0
-            for part in parts:
-                total += self.append_obj(part, total, combined)
-            return total
+            return _round.combine(self, parts, combined, RoundError)
+
+    def split_back(self, posed, round_file, out_dir):
+        """The safe round's second half, as `kelvane split-back`: {part: posed part in out_dir},
+        every part whole, or RoundError and nothing written."""
+        try:
+            records = _round.read_round(round_file)
+        except (OSError, ValueError) as e:
+            raise RoundError(round_file, str(e)) from None
+        with _LOCK:
+            return _round.split_back(self, posed, records, out_dir, RoundError)
 
     def split_obj(self, posed, out_dir, vertex_files=False):
         """Splits `posed` by its groups into `out_dir`: vertex-only OBJ files named by vertex count,
@@ -147,17 +173,12 @@ class Plugin:
             return runs
 
     def posing_round(self, parts, posed_combined, out_dir):
-        """The plug-in's half of a posing round: the polygroup list is rebuilt from `parts` (in the
-        order they were combined), `posed_combined` is split by it into `out_dir`, and every split
-        part gets its own mesh's other lines. Returns {part: posed part file}."""
-        parts = [Path(p) for p in parts]
-        with _LOCK, tempfile.TemporaryDirectory() as scratch:
-            self.combine(parts, Path(scratch) / "combined.obj")
-            written = self.list_split(posed_combined, out_dir)
-            posed = {}
-            for part in parts:
-                mine = [f for f in written if re.fullmatch(re.escape(part.stem) + r"(_copy\d+)?", f.stem)]
-                if len(mine) != 1:
-                    raise LookupError(f"the split wrote no single file for {part.name}: was it combined?")
-                posed[part] = self.swap_vertices(mine[0], part)
-            return posed
+        """The plug-in's half of a posing round on `parts`, combined in this order (by combine):
+        `posed_combined` is split back into `out_dir` as split_back does. Returns {part: posed
+        part file}; raises RoundError naming the part and cause when one cannot come back right."""
+        scans, records = _round.round_records(parts)
+        refused = [(s.path, c) for i, s in enumerate(scans) for c, r in _round.problems(scans, i) if r == "refuse"]
+        if refused:
+            raise RoundError(*refused[0], refused=refused)
+        with _LOCK:
+            return _round.split_back(self, posed_combined, records, out_dir, RoundError)

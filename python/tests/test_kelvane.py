@@ -1,7 +1,9 @@
 """The Python module against the built plug-in ($KELVANE_PLUGIN), and the code tables of the
 header and the README against the plug-in's table of failure codes."""
+import os
 import re
 import shutil
+import subprocess
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
@@ -105,3 +107,95 @@ def test_header_and_readme_agree_with_the_code_table():
             covered |= names
             assert codes_in(row[1]) == table_codes(names), f"README, {sorted(names)}"
     assert covered == documented.keys()
+
+
+def trap_cases(folder):
+    """Writes the trap meshes of tests/data/round_traps.txt into `folder`; returns the cases."""
+    cases, mesh, lines = [], None, []
+
+    def flush():
+        if mesh:
+            (folder / mesh).parent.mkdir(parents=True, exist_ok=True)
+            (folder / mesh).write_bytes("".join(lines).encode())
+    for line in (ROOT / "tests" / "data" / "round_traps.txt").read_text().splitlines():
+        if line.startswith("== "):
+            flush()
+            mesh, lines = line[3:], []
+        elif line.startswith("case "):
+            parts, outcome = line[5:].split(" -> ")
+            cases.append((parts.split("|"), outcome))
+        elif mesh:
+            lines.append(line.replace("<CR>", "\r") + "\n")
+    flush()
+    return cases
+
+
+def posed_by_index(part, offset):
+    """The part as a round must give it back when the posed mesh holds "v K 0 0" for vertex K."""
+    lines, used, vertices = Path(part).read_bytes().split(b"\n"), set(), 0
+    for line in lines:
+        vertices += line[:2] == b"v "
+        if line[:1] == b"f":
+            used |= {vertices + 1 + i if i < 0 else i for i in (int(t.split(b"/")[0]) for t in line[1:].split())}
+    out, v = [], 0
+    for line in lines:
+        if line[:2] == b"v ":
+            v += 1
+            if v in used:
+                line = f"v {offset + v} 0 0".encode() + (b"\r" if line.endswith(b"\r") else b"")
+        out.append(line)
+    return b"\n".join(out)
+
+
+def test_safe_round_brings_every_trap_back_exact_or_refuses_it(plugin, tmp_path):
+    for parts, outcome in trap_cases(tmp_path):
+        parts = [tmp_path / p for p in parts]
+        out = tmp_path / "out" / outcome[:7]
+        if outcome != "exact":
+            with pytest.raises(kelvane.RoundError) as caught:
+                plugin.combine(parts, tmp_path / "r.obj")
+            assert f"{tmp_path}/{outcome[8:]}" in str(caught.value)
+            assert not (tmp_path / "r.obj").exists()
+            with pytest.raises(kelvane.RoundError):  # the same reason without a combine
+                plugin.posing_round(parts, tmp_path / "r.obj", out)
+            assert not out.exists()
+            continue
+        combined = tmp_path / "c.obj"
+        plugin.combine(parts, combined)
+        posed, k = [], 0
+        for line in combined.read_text().splitlines():
+            if line.startswith("v "):
+                k += 1
+                line = f"v {k} 0 0"
+            posed.append(line)
+        (tmp_path / "posed.obj").write_text("\n".join(posed) + "\n")
+        back = plugin.split_back(tmp_path / "posed.obj", str(combined) + ".round", out)
+        again = plugin.posing_round(parts, combined, out)  # unposed: every part as it was, fresh names
+        offset = 0
+        for part in parts:
+            assert back[part] == out / part.name
+            assert back[part].read_bytes() == posed_by_index(part, offset), part
+            assert again[part].name.endswith("_copy1.obj") and again[part].read_bytes() == part.read_bytes()
+            offset += sum(1 for line in part.read_bytes().split(b"\n") if line[:2] == b"v ")
+
+
+def test_check_and_round_files_agree_with_the_cli(plugin, tmp_path):
+    cli = os.environ.get("KELVANE_BIN")
+    if not cli:
+        pytest.skip("KELVANE_BIN names no kelvane program")
+    trap_cases(tmp_path)
+    meshes = sorted(str(p) for p in tmp_path.rglob("*.obj"))
+    done = subprocess.run([cli, "check", *meshes], capture_output=True, text=True)
+    assert done.returncode == 1 and done.stdout.splitlines() == kelvane.check(meshes)
+    parts = [str(tmp_path / p) for p in ("unused.obj", "relative.obj", "crlf.obj")]
+    subprocess.run([cli, "combine", *parts, "--out", str(tmp_path / "cli.obj")], check=True, capture_output=True)
+    plugin.combine(parts, tmp_path / "py.obj")
+    assert (tmp_path / "cli.obj").read_bytes() == (tmp_path / "py.obj").read_bytes()
+    assert (tmp_path / "cli.obj.round").read_text() == (tmp_path / "py.obj.round").read_text()
+    # Each reads the other's round file.
+    subprocess.run([cli, "split-back", str(tmp_path / "cli.obj"), "--round", str(tmp_path / "py.obj.round"),
+                    "--out", str(tmp_path / "a")], check=True, capture_output=True)
+    plugin.split_back(tmp_path / "py.obj", tmp_path / "cli.obj.round", tmp_path / "b")
+    for part in parts:
+        name = Path(part).name
+        assert (tmp_path / "a" / name).read_bytes() == (tmp_path / "b" / name).read_bytes() == Path(part).read_bytes()

@@ -9,6 +9,9 @@
 //                                                 the host's posing: turns one group of an OBJ
 //   kelvane verify --part P --posed-part Q --combined C --group G [--vyt V]
 //                                                 checks a part that came back from a split
+//   kelvane check MESH...                         what would keep meshes from coming back from a round
+//   kelvane combine PART... --out COMBINED        the safe round's first half: checked parts combined
+//   kelvane split-back POSED --round R --out DIR  its second half: every part back whole, or refused
 //   kelvane render MESH... --out OUT.png [--view front] [--size 800]
 //                                                 OBJ and Vyx meshes as a shaded picture
 //   kelvane image IN OUT.png                      a PSD or BMP of the plug-in as a PNG
@@ -31,7 +34,10 @@
 #include "kelvane/Kelvane4.h"
 #include "kelvane_version.h"
 #include "platform/library.h"
+#include "meshcheck.h"
+#include "plugin.h"
 #include "pose.h"
+#include "round.h"
 #include "viewcmd.h"
 
 namespace {
@@ -89,15 +95,6 @@ struct CallArgs {
     std::vector<std::string> setVars, addVars;
 };
 
-// The loaded plug-in.
-struct Plugin {
-    void* handle = nullptr;
-    std::string path;
-    ~Plugin();
-    bool open(const std::string& p, std::string& error);
-    KelvaneFn find(const std::string& name) const;
-};
-
 std::string formatResult(float r) {
     if (std::isfinite(r) && std::nearbyint(r) == r && std::fabs(r) < 1e16f) {
         char buf[32];
@@ -109,7 +106,6 @@ std::string formatResult(float r) {
     return std::string(buf, res.ptr);
 }
 
-// The result of export name, with the meaning of a failure code: "-1 (the input file cannot be opened)".
 std::string withMeaning(const std::string& name, float r) {
     std::string text = formatResult(r);
     if (std::string_view meaning = r < 0 ? codeMeaning(name, r) : ""; !meaning.empty())
@@ -340,6 +336,18 @@ int main(int argc, char** argv) {
     kvtool::VerifyArgs verifyArgs;
     kvtool::addVerifyOptions(*verify, verifyArgs);
 
+    CLI::App* check = app.add_subcommand("check", "List what would keep part meshes from coming back from a round");
+    kvtool::CheckArgs checkArgs;
+    kvtool::addCheckOptions(*check, checkArgs);
+
+    CLI::App* combine = app.add_subcommand("combine", "Combine part meshes for posing, each checked first");
+    kvtool::CombineArgs combineArgs;
+    kvtool::addCombineOptions(*combine, combineArgs);
+
+    CLI::App* splitBack = app.add_subcommand("split-back", "Give every part of a combine its posed positions");
+    kvtool::SplitBackArgs splitBackArgs;
+    kvtool::addSplitBackOptions(*splitBack, splitBackArgs);
+
     kvtool::ViewCommands views;
     kvtool::addViewCommands(app, views);
 
@@ -347,6 +355,7 @@ int main(int argc, char** argv) {
     if (int status = 0; kvtool::runViewCommand(views, status, std::cout, std::cerr)) return status;
     if (*pose) return kvtool::runPose(poseArgs, std::cout, std::cerr);
     if (*verify) return kvtool::runVerify(verifyArgs, std::cout, std::cerr);
+    if (*check) return kvtool::runCheck(checkArgs, std::cout);
 
     kvtool::Plugin plugin;
     std::string error;
@@ -366,6 +375,8 @@ int main(int argc, char** argv) {
             for (const std::string& d : data) std::cout << d << " (data)\n";
         return 0;
     }
+    if (*combine) return kvtool::runCombine(plugin, combineArgs, std::cout, std::cerr);
+    if (*splitBack) return kvtool::runSplitBack(plugin, splitBackArgs, std::cout, std::cerr);
     if (*call) {
         kvtool::Variables vars;
         return kvtool::callOnce(plugin, callArgs, vars, std::cout, std::cerr, nullptr);

@@ -5,6 +5,7 @@
 #include "pose.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -25,6 +26,8 @@ bool readLines(const std::string& path, std::vector<std::string>& lines) {
     return true;
 }
 
+uint32_t be32(const unsigned char* p) { return uint32_t(p[0]) << 24 | uint32_t(p[1]) << 16 | uint32_t(p[2]) << 8 | p[3]; }
+
 bool isVertex(const std::string& l) { return l.size() > 1 && l[0] == 'v' && l[1] == ' '; }
 
 // The 1-based position indices of a face line ("f 1/2/3 4//5 6").
@@ -40,16 +43,53 @@ std::vector<long> faceIndices(const std::string& l) {
     return out;
 }
 
+// The name on a group line, as the host reads it: a CR before the line end is no part of it.
+std::string groupName(const std::string& l) {
+    std::string name = l.size() > 2 ? l.substr(2) : "";
+    if (!name.empty() && name.back() == '\r') name.pop_back();
+    return name;
+}
+
 // The 1-based vertex indices used by the faces of each group of a mesh.
 std::map<std::string, std::set<long>> groupVertices(const std::vector<std::string>& lines) {
     std::map<std::string, std::set<long>> groups;
     std::string current;
     for (const std::string& l : lines) {
-        if (!l.empty() && l[0] == 'g') current = l.size() > 2 ? l.substr(2) : "";
+        if (!l.empty() && l[0] == 'g') current = groupName(l);
         else if (!l.empty() && l[0] == 'f')
             for (long i : faceIndices(l)) groups[current].insert(i);
     }
     return groups;
+}
+
+// The vertex indices used by the faces of one record of a polygroup list file (GroupListSave's
+// 136-byte records: a 128-byte name, first face, end face), as the list-driven splits assign
+// faces: by their number, faces past the last record's end to the last record.
+bool listVertices(const std::string& listFile, const std::vector<std::string>& lines, const std::string& group,
+                  std::set<long>& out) {
+    std::ifstream in(listFile, std::ios::binary);
+    std::vector<unsigned char> b((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    struct Record {
+        std::string name;
+        long first, end;
+    };
+    std::vector<Record> list;
+    for (size_t at = 0; at + 136 <= b.size(); at += 136) {
+        const char* name = reinterpret_cast<const char*>(&b[at]);
+        list.push_back({std::string(name, strnlen(name, 128)), long(int32_t(be32(&b[at + 128]))),
+                        long(int32_t(be32(&b[at + 132])))});
+    }
+    if (!in.eof() && !in) return false;
+    long face = -1;
+    size_t current = 0;
+    for (const std::string& l : lines) {
+        if (l.empty() || l[0] != 'f') continue;
+        ++face;
+        while (current + 1 < list.size() && face >= list[current].end) ++current;
+        if (current < list.size() && list[current].name == group)
+            for (long i : faceIndices(l)) out.insert(i);
+    }
+    return std::any_of(list.begin(), list.end(), [&](const Record& r) { return r.name == group; });
 }
 
 bool parseVertex(const std::string& l, double v[3]) {
@@ -61,8 +101,6 @@ bool writeLines(const std::string& path, const std::vector<std::string>& lines) 
     for (const std::string& l : lines) out << l << '\n';
     return static_cast<bool>(out);
 }
-
-uint32_t be32(const unsigned char* p) { return uint32_t(p[0]) << 24 | uint32_t(p[1]) << 16 | uint32_t(p[2]) << 8 | p[3]; }
 
 }  // namespace
 
@@ -92,7 +130,8 @@ int runPose(const PoseArgs& a, std::ostream& out, std::ostream& err) {
         err << "pose: no group " << a.group << " in " << a.input << "\n";
         return 1;
     }
-    const int u = a.axis == "x" ? 1 : 0, w = a.axis == "z" ? 1 : 2;  // the plane of the rotation
+    // The plane of the rotation, (u, w) in right-handed order: (y, z) about x, (z, x) about y, (x, y) about z.
+    const int axis = a.axis[0] - 'x', u = (axis + 1) % 3, w = (axis + 2) % 3;
     const double rad = a.angle * std::numbers::pi / 180, c = std::cos(rad), s = std::sin(rad);
     long index = 0, moved = 0;
     for (std::string& l : lines) {
@@ -103,9 +142,14 @@ int runPose(const PoseArgs& a, std::ostream& out, std::ostream& err) {
         const double du = v[u] - pivot[u], dw = v[w] - pivot[w];
         v[u] = pivot[u] + c * du - s * dw;
         v[w] = pivot[w] + s * du + c * dw;
-        char buf[128];
-        std::snprintf(buf, sizeof buf, "v %.6g %.6g %.6g", v[0], v[1], v[2]);
-        l = buf;
+        // Each coordinate in the fewest digits that read back as the same float.
+        char buf[128] = "v";
+        char* p = buf + 1;
+        for (double coord : v) {
+            *p++ = ' ';
+            p = std::to_chars(p, buf + sizeof buf, static_cast<float>(coord)).ptr;
+        }
+        l.assign(buf, p);
         ++moved;
     }
     if (!writeLines(a.output, lines)) {
@@ -123,6 +167,7 @@ void addVerifyOptions(CLI::App& app, VerifyArgs& a) {
     app.add_option("--combined", a.combined, "The posed combined mesh")->required();
     app.add_option("--group", a.group, "The part's group in the combined mesh")->required();
     app.add_option("--vyt", a.vyt, "The part's vertex file from SplitOBJtoVyx");
+    app.add_option("--list", a.list, "The polygroup list file of a list-driven round (GroupListSave)");
 }
 
 int runVerify(const VerifyArgs& a, std::ostream& out, std::ostream& err) {
@@ -138,9 +183,14 @@ int runVerify(const VerifyArgs& a, std::ostream& out, std::ostream& err) {
     for (const std::string& l : posed) (isVertex(l) ? posedV : posedRest).push_back(l);
     for (const std::string& l : combined)
         if (isVertex(l)) combinedV.push_back(l);
-    auto groups = groupVertices(combined);
+    std::set<long> used;
+    if (a.list.empty()) used = groupVertices(combined)[a.group];
+    else if (!listVertices(a.list, combined, a.group, used)) {
+        err << "verify: " << a.list << " holds no group " << a.group << "\n";
+        return 2;
+    }
     std::vector<std::string> expectV;
-    for (long i : groups[a.group])
+    for (long i : used)
         if (i >= 1 && size_t(i) <= combinedV.size()) expectV.push_back(combinedV[size_t(i - 1)]);
 
     auto fail = [&](const std::string& what) {

@@ -13,7 +13,7 @@ struct PoseArgs {
 };
 
 struct VerifyArgs {
-    std::string part, posedPart, combined, group, vyt;
+    std::string part, posedPart, combined, group, vyt, list;
 };
 
 void addPoseOptions(CLI::App& app, PoseArgs& a);
