@@ -36,6 +36,24 @@ void setName(groupID& g, std::string_view name) {
     std::memcpy(g.name, name.data(), std::min(name.size(), sizeof g.name - 1));
 }
 
+// Appends the lines of a part mesh other than its vertex lines and comments to out, each ending
+// in a line feed, and counts them in others; returns the number of vertex lines.
+size_t appendOtherLines(const std::vector<char>& mesh, std::vector<char>& out, size_t& others) {
+    size_t vertices = 0;
+    std::string_view line;
+    for (kv::LineScanner lines(mesh.data(), mesh.size()); lines.next(line);) {
+        const obj::LineKind kind = obj::classify(line);
+        if (kind == obj::LineKind::Vertex) {
+            ++vertices;
+        } else if (kind != obj::LineKind::Comment) {
+            kv::append(out, line);
+            out.push_back('\n');
+            ++others;
+        }
+    }
+    return vertices;
+}
+
 }  // namespace
 
 // ---- Polygroup list ----------------------------------------------------------------------
@@ -184,18 +202,8 @@ double LeanSwapVertsOBJ(const char* vertexPath, const char* meshPath) {
     if (!kv::readFile(meshPath, in)) return -20;
     std::vector<char> out;
     out.reserve(in.size());
-    kv::LineScanner lines(in.data(), in.size());
-    std::string_view line;
-    size_t vertices = 0;
-    while (lines.next(line)) {
-        obj::LineKind kind = obj::classify(line);
-        if (kind == obj::LineKind::Vertex) {
-            ++vertices;
-        } else if (kind != obj::LineKind::Comment) {
-            kv::append(out, line);
-            out.push_back('\n');
-        }
-    }
+    size_t others = 0;
+    const size_t vertices = appendOtherLines(in, out, others);
     if (!kv::appendFile(vertexPath, out.data(), out.size())) return -10;
     return vertices == 0 ? -30 : 0;
 }
@@ -213,17 +221,8 @@ bool LeanSwapVerts(const char* vertexPath, const char* meshPath) {
         out.push_back('\n');
         ++newVertices;
     }
-    size_t meshVertices = 0, others = 0;
-    for (kv::LineScanner lines(min.data(), min.size()); lines.next(line);) {
-        obj::LineKind kind = obj::classify(line);
-        if (kind == obj::LineKind::Vertex) {
-            ++meshVertices;
-        } else if (kind != obj::LineKind::Comment) {
-            kv::append(out, line);
-            out.push_back('\n');
-            ++others;
-        }
-    }
+    size_t others = 0;
+    const size_t meshVertices = appendOtherLines(min, out, others);
     if (newVertices == 0 || meshVertices == 0 || newVertices != meshVertices || others == 0) return false;
     return kv::storeFile(meshPath, out.data(), out.size());
 }
