@@ -1,3 +1,4 @@
+// Path splitting, extension stripping, the name-based directory test and folder clearing.
 #include "FileOps.h"
 
 #include <cstring>

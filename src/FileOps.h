@@ -1,4 +1,4 @@
-// Path splitting, the name-based directory test and folder clearing.
+// Path splitting, extension stripping, the name-based directory test and folder clearing.
 #pragma once
 
 #include <string>

@@ -1,3 +1,5 @@
+// The TPose project file: the reference list written whole with its data files attached, and
+// reopened with the data files extracted beside the target path.
 #include "PrjFile.h"
 
 #include <algorithm>

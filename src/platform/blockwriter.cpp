@@ -1,3 +1,5 @@
+// The block writer: full blocks go to the output with one write each; the output is put in place
+// only when every write succeeded.
 #include "platform/blockwriter.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Number text: a float as printf's %g writes it (six significant digits), and decimal integers.
 #include "util/numtext.h"
 
 #include <bit>

@@ -1,3 +1,4 @@
+// Work across cores: threads started and joined within one call, tasks taken in turn.
 #include "util/parallel.h"
 
 #include <algorithm>
