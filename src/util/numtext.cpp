@@ -271,6 +271,7 @@ FloatRead readFloat(const char* first, const char* last, float& value) {
     if (negative) ++p;
     char digits[kKeptDigits];
     int count = 0;          // significant digits kept
+    uint64_t leading = 0;   // the first 19 of them
     int64_t e10 = 0;        // the value is digits * 10^e10
     bool any = false, point = false, sticky = false;
     for (; p < last; ++p) {
@@ -284,6 +285,7 @@ FloatRead readFloat(const char* first, const char* last, float& value) {
         if (count == 0 && c == '0') {  // a leading zero
             e10 -= point;
         } else if (count < kKeptDigits) {
+            if (count < 19) leading = leading * 10 + static_cast<uint64_t>(c - '0');
             digits[count++] = c;
             e10 -= point;
         } else {
@@ -314,8 +316,6 @@ FloatRead readFloat(const char* first, const char* last, float& value) {
 
     // A close approximation in double (relative error below 2^-48) from the first 19 digits...
     const int used = std::min(count, 19);
-    uint64_t leading = 0;
-    for (int i = 0; i < used; ++i) leading = leading * 10 + static_cast<uint64_t>(digits[i] - '0');
     double d = static_cast<double>(leading);
     for (int64_t e = e10 + (count - used);;) {
         if (e > 22) {
@@ -330,16 +330,18 @@ FloatRead readFloat(const char* first, const char* last, float& value) {
     // ...names the two floats around the value (2^128 standing for infinity); the midpoint
     // between them decides, compared exactly when the approximation cannot tell.
     constexpr double kInfinity = 0x1p128;
-    const float nearest = static_cast<float>(d);
+    // (Positive floats in order have consecutive bit patterns, infinity after the largest.)
+    const uint32_t nearest = std::bit_cast<uint32_t>(static_cast<float>(d));
+    const auto asDouble = [&](uint32_t bits) {
+        return bits >= 0x7F800000u ? kInfinity : static_cast<double>(std::bit_cast<float>(bits));
+    };
     double low, high;
-    if (nearest > std::numeric_limits<float>::max()) {
+    if (nearest >= 0x7F800000u) {
         low = std::numeric_limits<float>::max(), high = kInfinity;
-    } else if (static_cast<double>(nearest) <= d) {
-        low = nearest;
-        high = nearest == std::numeric_limits<float>::max() ? kInfinity : std::nextafter(nearest, HUGE_VALF);
-    } else {
-        high = nearest;
-        low = std::nextafter(nearest, 0.0f);
+    } else if (asDouble(nearest) <= d) {
+        low = asDouble(nearest), high = asDouble(nearest + 1);
+    } else {  // above 0, as d is
+        low = asDouble(nearest - 1), high = asDouble(nearest);
     }
     const double mid = low + (high - low) / 2;  // exact: 25 significant bits at most
     double chosen;
