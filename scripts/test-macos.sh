@@ -3,7 +3,7 @@
 # arm64 and x86_64; the plug-in exports exactly the Linux plug-in's names (tests/check_exports.sh),
 # needs no library but libSystem and leaves no symbol to any other; its install name and
 # versions are the release's; the host emulator is universal and needs only libSystem; both ask
-# for macOS 11.
+# for macOS 11 and their arm64 code is signed (ad hoc).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/deps.sh scripts/packages-macos.txt
@@ -25,6 +25,9 @@ for file in $lib $cli; do
     [ -z "$foreign" ] || problem "$file ($arch): undefined symbols not from libSystem:" "$foreign"
     minos=$(llvm-objdump-14 --macho --arch=$arch --private-headers "$file" | grep -A4 'cmd LC_BUILD_VERSION' | awk '$1 == "minos" {print $2}')
     [ "$minos" = 11.0 ] || problem "$file ($arch): minimum macOS '$minos', expected 11.0"
+    # Apple silicon runs no unsigned code: ld64.lld signs arm64 files ad hoc.
+    [ $arch = x86_64 ] || llvm-objdump-14 --macho --arch=$arch --private-headers "$file" | grep -q 'cmd LC_CODE_SIGNATURE' ||
+      problem "$file ($arch): no code signature"
   done
 done
 
