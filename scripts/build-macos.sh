@@ -40,8 +40,10 @@ for arch in arm64 x86_64; do
     "$zig" "$target" >"$tools/bin/$arch-macos-c++"
   chmod +x "$tools/bin/$arch-macos-c++"
   # The C++ runtime archives: Zig builds them (or takes them from its cache) when it links a
-  # C++ program, and names them on the link line it prints.
-  if [ ! -f "$tools/$arch-runtime.cmake" ]; then
+  # C++ program, and names them on the link line it prints (again when its cache was emptied).
+  known=$(sed -nE 's/^set\(KELVANE_MACOS_RUNTIME (.*)\)$/\1/p' "$tools/$arch-runtime.cmake" 2>/dev/null || true)
+  missing=$([ -n "$known" ] && ls $known >/dev/null 2>&1 || echo yes)
+  if [ -n "$missing" ]; then
     probe=$(mktemp -d)
     printf '#include <string>\nint main(int c, char**) { return int(std::to_string(c).size()); }\n' >"$probe/p.cpp"
     link=$(nice "$tools/bin/$arch-macos-c++" -v -o "$probe/p" "$probe/p.cpp" 2>&1 | grep -E '^(zig )?ld ' | tail -1)
