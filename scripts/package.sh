@@ -3,6 +3,7 @@
 # package and pkg-config file, README.md, LICENSE, CHANGELOG.md):
 #   dist/kelvane-<version>-linux-x86_64.tar.gz    from the release build (built first)
 #   dist/kelvane-<version>-windows-x86_64.zip     only when build-windows/Kelvane4.dll exists
+#   dist/kelvane-<version>-macos-universal.tar.gz only when build-macos/libKelvane4.dylib exists
 # The version is the project's, read from the build's CMake cache.
 #   scripts/package.sh [BUILD_DIR [OUT_DIR]]   an existing build folder is packed as it is
 set -euo pipefail
@@ -33,4 +34,15 @@ if [ -f "$root/build-windows/Kelvane4.dll" ]; then
   cp "$root/README.md" "$root/LICENSE" "$root/CHANGELOG.md" "$stage/$win/"
   (cd "$stage" && cmake -E tar cf "$out/$win.zip" --format=zip "$win")
   echo "$out/$win.zip"
+fi
+
+if [ -f "$root/build-macos/libKelvane4.dylib" ]; then
+  mac=kelvane-$version-macos-universal
+  mkdir -p "$stage/$mac/lib" "$stage/$mac/bin" "$stage/$mac/include/kelvane"
+  cp "$root/build-macos/libKelvane4.dylib" "$stage/$mac/lib/"
+  [ ! -f "$root/build-macos/kelvane" ] || cp "$root/build-macos/kelvane" "$stage/$mac/bin/"
+  cp "$root/include/kelvane/Kelvane4.h" "$stage/$mac/include/kelvane/"
+  cp "$root/README.md" "$root/LICENSE" "$root/CHANGELOG.md" "$stage/$mac/"
+  tar -C "$stage" -czf "$out/$mac.tar.gz" "$mac"
+  echo "$out/$mac.tar.gz"
 fi

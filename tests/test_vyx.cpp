@@ -274,3 +274,80 @@ TEST(NumText, MatchesPrintfAndToChars) {
     char text[16];
     EXPECT_EQ(std::string(text, kv::putUint(text, UINT32_MAX)), "4294967295");
 }
+
+TEST(NumText, ReadsFloatsAsStreamsDo) {
+    struct Case {
+        std::string text;
+        size_t used;
+        std::errc ec;
+        float value;  // -7 where the value must stay unchanged
+    };
+    constexpr size_t whole = SIZE_MAX;
+    const std::string many = "16777217." + std::string(250, '0');  // a tie, then digits past the kept ones
+    const std::string tiny = "7.0064923216240853546186479164495806564013097093825788587853414194489554134293030074331909418106079101562";
+    const std::vector<Case> cases = {
+        {"0.1", 3, {}, 0x1.99999ap-4f},
+        {"-0", 2, {}, -0.0f},
+        {".5", 2, {}, 0.5f},
+        {"5.", 2, {}, 5.0f},
+        {"1e", 1, {}, 1.0f},
+        {"1.5e+x", 3, {}, 1.5f},
+        {"2,5", 1, {}, 2.0f},  // the decimal point is '.' whatever the locale
+        {"0e99999999999999999999", 22, {}, 0.0f},
+        {"16777217", 8, {}, 16777216.0f},  // ties to the even neighbour
+        {"16777219", 8, {}, 16777220.0f},
+        {many, many.size(), {}, 16777216.0f},
+        {many + "1", many.size() + 1, {}, 16777218.0f},
+        {"0." + std::string(60, '0') + "1e61", 66, {}, 1.0f},
+        {"1e-45", 5, {}, 0x1p-149f},  // subnormal: smallest float
+        {"7.1e-46", 7, {}, 0x1p-149f},
+        {"1e-40", 5, {}, 0x1.16c2p-133f},
+        {tiny + "5e-46", whole, std::errc::result_out_of_range, -7},  // 2^-150 exactly: ties to 0
+        {tiny + "4999e-46", whole, std::errc::result_out_of_range, -7},
+        {tiny + "50000000000000000000000000000001e-46", whole, {}, 0x1p-149f},
+        {"340282356779733661637539395458142568447", 39, {}, 0x1.fffffep127f},
+        {"340282356779733661637539395458142568448", 39, std::errc::result_out_of_range, -7},
+        {"3.4028236e38", 12, std::errc::result_out_of_range, -7},
+        {"1e99999999999999999999", 22, std::errc::result_out_of_range, -7},
+        {"1e-99999999999999999999", 23, std::errc::result_out_of_range, -7},
+        {"", 0, std::errc::invalid_argument, -7},
+        {".", 0, std::errc::invalid_argument, -7},
+        {"-", 0, std::errc::invalid_argument, -7},
+        {"+1", 0, std::errc::invalid_argument, -7},
+        {"inf", 0, std::errc::invalid_argument, -7},
+    };
+    for (const Case& c : cases) {
+        float v = -7;
+        const kv::FloatRead r = kv::readFloat(c.text.data(), c.text.data() + c.text.size(), v);
+        EXPECT_EQ(size_t(r.ptr - c.text.data()), c.used == whole ? c.text.size() : c.used) << c.text;
+        EXPECT_EQ(r.ec, c.ec) << c.text;
+        EXPECT_EQ(std::bit_cast<uint32_t>(v), std::bit_cast<uint32_t>(c.value)) << c.text << " read as " << v;
+    }
+#if defined(__cpp_lib_to_chars)  // the standard library's reader, where it has one for floats
+    // Floats printed short and long, and the exact midpoints between neighbours and the texts
+    // just beside them: the hard cases of rounding.
+    std::vector<std::string> texts;
+    char text[160];
+    for (uint64_t bits = 1; bits < 0x7F800000u; bits += 7919) {
+        const float f = std::bit_cast<float>(uint32_t(bits));
+        const double mid = (double(f) + double(std::nextafter(f, HUGE_VALF))) / 2;
+        for (int digits : {6, 9}) texts.emplace_back(text, std::snprintf(text, sizeof text, "%.*g", digits, f));
+        std::string exact(text, std::snprintf(text, sizeof text, "%.120e", mid));
+        const size_t e = exact.find('e'), end = exact.find_last_not_of('0', e - 1) + 1;
+        exact.erase(end, e - end);  // every digit of the midpoint, no trailing zero
+        texts.push_back(exact);
+        texts.push_back(exact.substr(0, end) + "1" + exact.substr(end));  // just above it
+        texts.push_back(exact.substr(0, end - 1) + exact.substr(end));    // just below it
+    }
+    size_t mismatches = 0;
+    for (const std::string& t : texts) {
+        float ours = -7, theirs = -7;
+        const auto a = kv::readFloat(t.data(), t.data() + t.size(), ours);
+        const auto b = std::from_chars(t.data(), t.data() + t.size(), theirs);
+        if ((a.ptr != b.ptr || a.ec != b.ec || std::bit_cast<uint32_t>(ours) != std::bit_cast<uint32_t>(theirs)) &&
+            ++mismatches < 5)
+            ADD_FAILURE() << t << ": " << ours << " vs " << theirs;
+    }
+    EXPECT_EQ(mismatches, 0u) << "of " << texts.size();
+#endif
+}

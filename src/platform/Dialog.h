@@ -1,6 +1,7 @@
 // The desktop services the plug-in needs from the platform: a modal multi-file open dialog and
 // opening a web address with the default handler. One implementation file per platform
-// (DialogLinux.cpp, DialogWindows.cpp); the rest of the library sees only this interface.
+// (DialogLinux.cpp, DialogWindows.cpp, DialogMac.cpp); the rest of the library sees only this
+// interface.
 #pragma once
 
 #include <string>
@@ -23,7 +24,8 @@ constexpr int kDialogFailed = -2;       // the dialog program could not be run o
 int showOpenDialog(const char* title, std::vector<std::string>& paths);
 
 // Asks the desktop to open url with its default handler, without waiting for the handler.
-// 0 when the handler was started, -1 when it could not be.
+// 0 when the handler was started (or the address handed to the system's launcher), -1 when it
+// could not be, or the launcher's own negative status.
 int openURL(const char* url);
 
 }  // namespace kv::platform

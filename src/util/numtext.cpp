@@ -1,9 +1,12 @@
 // Number text: a float as printf's %g writes it (six significant digits), and decimal integers.
 #include "util/numtext.h"
 
+#include <algorithm>
 #include <bit>
 #include <charconv>
+#include <cmath>
 #include <cstring>
+#include <limits>
 #include <string>
 
 namespace kv {
@@ -166,6 +169,197 @@ char* putG(char* p, float f) {
 std::string decimal(int64_t v) {
     char text[24];
     return std::string(text, putInt(text, v));
+}
+
+}  // namespace kv
+
+namespace kv {
+namespace {
+
+// A nonnegative integer of up to kWords 32-bit words (lowest first): room for the exact
+// comparisons of readFloat, whose operands stay below 1100 bits.
+class BigNumber {
+public:
+    explicit BigNumber(uint64_t v) {
+        for (; v; v >>= 32) w_[n_++] = static_cast<uint32_t>(v);
+    }
+    void multiply(uint32_t m) {
+        uint64_t carry = 0;
+        for (int i = 0; i < n_; ++i) {
+            const uint64_t t = uint64_t(w_[i]) * m + carry;
+            w_[i] = static_cast<uint32_t>(t);
+            carry = t >> 32;
+        }
+        if (carry) push(static_cast<uint32_t>(carry));
+    }
+    void add(uint32_t a) {
+        uint64_t carry = a;
+        for (int i = 0; i < n_ && carry; ++i) {
+            const uint64_t t = uint64_t(w_[i]) + carry;
+            w_[i] = static_cast<uint32_t>(t);
+            carry = t >> 32;
+        }
+        if (carry) push(static_cast<uint32_t>(carry));
+    }
+    void multiplyPow5(int64_t e) {
+        for (; e >= 13; e -= 13) multiply(1220703125);  // 5^13
+        uint32_t rest = 1;
+        for (; e > 0; --e) rest *= 5;
+        multiply(rest);
+    }
+    void shiftLeft(int64_t bits) {
+        if (n_ == 0 || bits <= 0) return;
+        const int words = static_cast<int>(bits / 32), b = static_cast<int>(bits % 32);
+        if (n_ + words + 1 > kWords) {  // cannot happen within readFloat's bounds; saturate
+            n_ = kWords;
+            std::fill(w_, w_ + kWords, UINT32_MAX);
+            return;
+        }
+        uint32_t top = 0;
+        if (b) {
+            top = w_[n_ - 1] >> (32 - b);
+            for (int i = n_ - 1; i > 0; --i) w_[i] = w_[i] << b | w_[i - 1] >> (32 - b);
+            w_[0] <<= b;
+        }
+        for (int i = n_ - 1; i >= 0; --i) w_[i + words] = w_[i];
+        std::fill(w_, w_ + words, 0u);
+        n_ += words;
+        if (top) w_[n_++] = top;
+    }
+    friend int compare(const BigNumber& a, const BigNumber& b) {
+        if (a.n_ != b.n_) return a.n_ < b.n_ ? -1 : 1;
+        for (int i = a.n_ - 1; i >= 0; --i)
+            if (a.w_[i] != b.w_[i]) return a.w_[i] < b.w_[i] ? -1 : 1;
+        return 0;
+    }
+
+private:
+    static constexpr int kWords = 48;
+    void push(uint32_t v) {
+        if (n_ < kWords) w_[n_++] = v;
+    }
+    uint32_t w_[kWords] = {};
+    int n_ = 0;
+};
+
+constexpr double kExactPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                                  1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+
+// Significant digits kept: every float and every midpoint between two floats has fewer (at most
+// 113), so the digits beyond them matter only as "more than zero".
+constexpr int kKeptDigits = 200;
+
+// The sign of digits * 10^e10 (plus a little more when sticky) minus m * 2^e2.
+int compareExact(const char* digits, int count, int64_t e10, bool sticky, uint64_t m, int64_t e2) {
+    BigNumber left(0), right(m);
+    for (int i = 0; i < count; ++i) {
+        left.multiply(10);
+        left.add(static_cast<uint32_t>(digits[i] - '0'));
+    }
+    if (e10 >= 0) left.multiplyPow5(e10);
+    else right.multiplyPow5(-e10);
+    if (e10 > e2) left.shiftLeft(e10 - e2);  // 10^e10 = 5^e10 * 2^e10
+    else right.shiftLeft(e2 - e10);
+    const int c = compare(left, right);
+    return c == 0 && sticky ? 1 : c;
+}
+
+}  // namespace
+
+FloatRead readFloat(const char* first, const char* last, float& value) {
+    const char* p = first;
+    const bool negative = p < last && *p == '-';
+    if (negative) ++p;
+    char digits[kKeptDigits];
+    int count = 0;          // significant digits kept
+    uint64_t leading = 0;   // the first 19 of them
+    int64_t e10 = 0;        // the value is digits * 10^e10
+    bool any = false, point = false, sticky = false;
+    for (; p < last; ++p) {
+        const char c = *p;
+        if (c == '.' && !point) {
+            point = true;
+            continue;
+        }
+        if (c < '0' || c > '9') break;
+        any = true;
+        if (count == 0 && c == '0') {  // a leading zero
+            e10 -= point;
+        } else if (count < kKeptDigits) {
+            if (count < 19) leading = leading * 10 + static_cast<uint64_t>(c - '0');
+            digits[count++] = c;
+            e10 -= point;
+        } else {
+            sticky |= c != '0';
+            e10 += !point;
+        }
+    }
+    if (!any) return {first, std::errc::invalid_argument};
+    if (p < last && (*p == 'e' || *p == 'E')) {
+        const char* q = p + 1;
+        const bool minus = q < last && *q == '-';
+        if (q < last && (*q == '-' || *q == '+')) ++q;
+        if (q < last && *q >= '0' && *q <= '9') {
+            int64_t exponent = 0;
+            for (; q < last && *q >= '0' && *q <= '9'; ++q) exponent = std::min<int64_t>(exponent * 10 + (*q - '0'), 1000000000);
+            e10 += minus ? -exponent : exponent;
+            p = q;
+        }
+    }
+    if (count == 0) {
+        value = negative ? -0.0f : 0.0f;
+        return {p, std::errc()};
+    }
+    // The value lies in [10^(magnitude-1), 10^magnitude): beyond 10^39 it overflows, below
+    // 10^-46 (under half the smallest float) it rounds to 0.
+    const int64_t magnitude = e10 + count;
+    if (magnitude > 39 || magnitude < -45) return {p, std::errc::result_out_of_range};
+
+    // A close approximation in double (relative error below 2^-48) from the first 19 digits...
+    const int used = std::min(count, 19);
+    double d = static_cast<double>(leading);
+    for (int64_t e = e10 + (count - used);;) {
+        if (e > 22) {
+            d *= 1e22, e -= 22;
+        } else if (e < -22) {
+            d /= 1e22, e += 22;
+        } else {
+            d = e >= 0 ? d * kExactPow10[e] : d / kExactPow10[-e];
+            break;
+        }
+    }
+    // ...names the two floats around the value (2^128 standing for infinity); the midpoint
+    // between them decides, compared exactly when the approximation cannot tell.
+    constexpr double kInfinity = 0x1p128;
+    // (Positive floats in order have consecutive bit patterns, infinity after the largest.)
+    const uint32_t nearest = std::bit_cast<uint32_t>(static_cast<float>(d));
+    const auto asDouble = [&](uint32_t bits) {
+        return bits >= 0x7F800000u ? kInfinity : static_cast<double>(std::bit_cast<float>(bits));
+    };
+    double low, high;
+    if (nearest >= 0x7F800000u) {
+        low = std::numeric_limits<float>::max(), high = kInfinity;
+    } else if (asDouble(nearest) <= d) {
+        low = asDouble(nearest), high = asDouble(nearest + 1);
+    } else {  // above 0, as d is
+        low = asDouble(nearest - 1), high = asDouble(nearest);
+    }
+    const double mid = low + (high - low) / 2;  // exact: 25 significant bits at most
+    double chosen;
+    if (std::fabs(d - mid) > mid * 0x1p-40) {
+        chosen = d < mid ? low : high;
+    } else {
+        int e2 = 0;
+        uint64_t m = static_cast<uint64_t>(std::ldexp(std::frexp(mid, &e2), 53));
+        e2 -= 53;
+        for (; (m & 1) == 0; m >>= 1) ++e2;
+        const int c = compareExact(digits, count, e10, sticky, m, e2);
+        const bool lowEven = (std::bit_cast<uint32_t>(static_cast<float>(low)) & 1) == 0;
+        chosen = c < 0 || (c == 0 && lowEven) ? low : high;
+    }
+    if (chosen == 0 || chosen == kInfinity) return {p, std::errc::result_out_of_range};
+    value = static_cast<float>(negative ? -chosen : chosen);
+    return {p, std::errc()};
 }
 
 }  // namespace kv

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace kv {
@@ -101,5 +102,20 @@ inline void appendInt(std::vector<char>& out, int64_t v) {
 
 // v in decimal, for names built from numbers.
 std::string decimal(int64_t v);
+
+// Where reading a number from text stopped, and how it ended (std::from_chars' report).
+struct FloatRead {
+    const char* ptr;
+    std::errc ec;
+};
+
+// Reads a float from the decimal text at [first, last) as std::from_chars reads one, which is
+// also what a standard input stream takes in the "C" locale, whatever locale the host process
+// runs in: an optional '-', digits with at most one '.' among them (at least one digit), and an
+// exponent ('e' or 'E', an optional sign, digits) when digits follow it. The value is rounded
+// correctly (ties to even), however many digits the text has. No '+' in front, no "inf", "nan"
+// or hexadecimal. invalid_argument (ptr = first) when no number starts at first;
+// result_out_of_range, value left unchanged, when a nonzero value rounds to infinity or to 0.
+FloatRead readFloat(const char* first, const char* last, float& value);
 
 }  // namespace kv

@@ -10,6 +10,7 @@
 
 #include "util/bytes.h"
 #include "platform/mapfile.h"
+#include "util/numtext.h"
 #include "util/text.h"
 #include "util/vyxtags.h"
 
@@ -34,7 +35,7 @@ bool parseVertex(std::string_view l, std::vector<float>& xyz) {
         p = skipBlanks(p, e);
         if (p < e && *p == '+') ++p;
         float f = 0;
-        auto r = std::from_chars(p, e, f);
+        auto r = kv::readFloat(p, e, f);
         if (r.ec != std::errc() || !drawable(f)) return false;
         xyz.push_back(f);
         p = r.ptr;
