@@ -8,6 +8,7 @@
 #include <charconv>
 #include <limits>
 
+#include "util/numtext.h"
 #include "util/text.h"
 
 namespace obj {
@@ -168,9 +169,9 @@ int64_t decimalMagnitude(const char* p, const char* end) {
 // it reads as 0 and the reading goes on.
 const char* parseStreamFloat(const char* p, const char* end, float& out) {
     const char* stop = streamFloatText(p, end);
-    const char* from = p < stop && *p == '+' ? p + 1 : p;  // from_chars takes no '+'
+    const char* from = p < stop && *p == '+' ? p + 1 : p;  // readFloat takes no '+'
     float v = 0;
-    const auto r = std::from_chars(from, stop, v);
+    const auto r = kv::readFloat(from, stop, v);
     if (r.ec == std::errc::invalid_argument || r.ptr != stop) return nullptr;
     if (r.ec == std::errc()) {
         out = v;
