@@ -210,6 +210,7 @@ def test_python_m_kelvane_answers_as_the_cli(args, tmp_path):
     cli = os.environ.get("KELVANE_BIN")
     if not cli:
         pytest.skip("KELVANE_BIN names no kelvane program")
-    run = [subprocess.run(c + args, capture_output=True, text=True, cwd=tmp_path)
+    env = {**os.environ, "PYTHONPATH": str(Path(kelvane.__file__).parents[1])}
+    run = [subprocess.run(c + args, capture_output=True, text=True, cwd=tmp_path, env=env)
            for c in ([cli], [sys.executable, "-m", "kelvane"])]
     assert (run[1].returncode, run[1].stdout) == (run[0].returncode, run[0].stdout)
