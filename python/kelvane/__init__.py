@@ -7,7 +7,7 @@ lock: threads may share it, but their calls never interleave, and a multi-call o
 as posing_round runs as one unit.
 
     import kelvane
-    plugin = kelvane.Plugin()                       # $KELVANE_PLUGIN, the build folder, or installed
+    plugin = kelvane.Plugin()                       # bundled, $KELVANE_PLUGIN, the build folder, or installed
     total = plugin.combine(["Body.obj", "Head.obj"], "combined.obj")
     # ... the host poses combined.obj into posed.obj ...
     posed = plugin.posing_round(["Body.obj", "Head.obj"], "posed.obj", "out")
@@ -15,19 +15,35 @@ as posing_round runs as one unit.
 import ctypes
 import os
 import re
+import sys
 import threading
 from pathlib import Path
 
 from . import round as _round
 from .check import check
 
-__all__ = ["Plugin", "KelvaneError", "RoundError", "meaning", "check"]
+__all__ = ["Plugin", "KelvaneError", "RoundError", "meaning", "check", "__version__"]
 
 _LOCK = threading.RLock()
 _HERE = Path(__file__).resolve().parent
 _SOURCE = _HERE.parent.parent
 # The table of failure meanings: installed beside the module, or in the source tree.
 _CODES_FILES = (_HERE / "codes.def", _SOURCE / "include" / "kelvane" / "codes.def")
+# The plug-in a wheel carries inside the package.
+_BUNDLED = _HERE / "lib" / {"win32": "Kelvane4.dll", "darwin": "libKelvane4.dylib"}.get(sys.platform, "libKelvane4.so")
+
+
+def _version():
+    """The project's version: written beside the installed module, else the checkout's one line."""
+    try:
+        from ._version import version
+        return version
+    except ImportError:
+        found = re.search(r"project\(Kelvane VERSION ([0-9.]+)", (_SOURCE / "CMakeLists.txt").read_text())
+        return found.group(1)
+
+
+__version__ = _version()
 
 
 def _load_codes():
@@ -77,12 +93,15 @@ def _default_plugin():
     env = os.environ.get("KELVANE_PLUGIN")
     if env:
         return env
+    if _BUNDLED.is_file():
+        return str(_BUNDLED)
     built = _SOURCE / "build" / "libKelvane4.so"
     return str(built) if built.exists() else "libKelvane4.so.4"  # else the system's library path
 
 
 class Plugin:
-    """The loaded plug-in: `path`, else $KELVANE_PLUGIN, else the build folder or installed location."""
+    """The loaded plug-in: `path`, else $KELVANE_PLUGIN, else the one inside the package (a wheel's),
+    else the build folder or installed location."""
 
     def __init__(self, path=None):
         self.path = os.fspath(path) if path is not None else _default_plugin()

@@ -4,6 +4,7 @@ import os
 import re
 import shutil
 import subprocess
+import sys
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
@@ -73,7 +74,7 @@ def test_failures_raise_with_the_export_code_and_meaning(plugin, tmp_path, actio
 
 
 def test_call_is_the_host_call_and_calls_are_serialised(plugin):
-    assert plugin.call("Version")[0] == pytest.approx(4.05)
+    assert plugin.call("Version")[0] == pytest.approx(float(kelvane.__version__), abs=1e-6)
     plugin.call("ClearNameSet")
     with ThreadPoolExecutor(8) as pool:
         names = list(pool.map(lambda _: plugin.call("CheckName", "Arm")[1], range(8)))
@@ -199,3 +200,17 @@ def test_check_and_round_files_agree_with_the_cli(plugin, tmp_path):
     for part in parts:
         name = Path(part).name
         assert (tmp_path / "a" / name).read_bytes() == (tmp_path / "b" / name).read_bytes() == Path(part).read_bytes()
+
+
+@pytest.mark.parametrize("args", [
+    ["--version"], ["call", "Version"], ["call", "SetPrjModfier", "--number", "nan"],
+    ["call", "SplitOBJ", "--text", "missing.obj", "--mem1", "out/"], ["call", "FileDelete", "--null-text"],
+    ["call", "CheckName", "--text", "Arm", "--mem1", "x"], ["call", "NoSuchExport"]])
+def test_python_m_kelvane_answers_as_the_cli(args, tmp_path):
+    cli = os.environ.get("KELVANE_BIN")
+    if not cli:
+        pytest.skip("KELVANE_BIN names no kelvane program")
+    env = {**os.environ, "PYTHONPATH": str(Path(kelvane.__file__).parents[1])}
+    run = [subprocess.run(c + args, capture_output=True, text=True, cwd=tmp_path, env=env)
+           for c in ([cli], [sys.executable, "-m", "kelvane"])]
+    assert (run[1].returncode, run[1].stdout) == (run[0].returncode, run[0].stdout)

@@ -2,6 +2,7 @@
 // exports by name and calls them with the host signature, exactly as the host application does.
 //
 //   kelvane --version                             the version of the tool and the plug-in it belongs to
+//   kelvane --help-all                            the help of every subcommand (the manual page's text)
 //   kelvane list                                  the exports the plug-in offers
 //   kelvane call NAME [--text T] [--number N] [--mem1 M] [--null-text] [--null-mem1]
 //   kelvane run SCRIPT [--keep-going]            one call per line, '#' starts a comment
@@ -311,8 +312,12 @@ int main(int argc, char** argv) {
     CLI::App app{"kelvane: load the Kelvane4 plug-in and call its exports as the host does"};
     app.require_subcommand(1);
     app.set_version_flag("--version", "kelvane " KELVANE_VERSION_STRING);
+    app.set_help_all_flag("--help-all", "Print this help with every subcommand's options");
     std::string pluginPath = kv::platform::defaultPluginPath();
-    app.add_option("--plugin", pluginPath, "Plug-in library to load")->capture_default_str();
+    // The default is found at run time, so the help (and the manual page made from it) says where.
+    app.add_option("--plugin", pluginPath,
+                   "Plug-in library to load (default: the one beside this program, in its ../lib, "
+                   "or in the build folder)");
 
     CLI::App* list = app.add_subcommand("list", "Print the exports the plug-in offers");
     bool withData = false;
