@@ -1,7 +1,8 @@
 // The number readers and writers of the mesh text, each against what the standard library does
 // with the same text or value. Input: a line (up to the first line feed) and, from its first
 // bytes, the values to write.
-// - As a vertex line: the three floats the reader gives, with the bytes after the line readable
+// - As a vertex line ("v " put before it unless it starts so: the reader is given only the lines
+//   that classify as vertex lines): the three floats the reader gives, with the bytes after the line readable
 //   (the fast reader of plain lines from masks of their bytes) and without (the reader of one
 //   number at a time), are bit for bit those a standard input stream extracts after the first
 //   word, 0 for a failed extraction and every one after it.
@@ -93,7 +94,7 @@ void checkG(float f) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const char* text = reinterpret_cast<const char*>(data);
     const std::string_view line(text, std::find(text, text + size, '\n') - text);
-    checkVertex(line);
+    checkVertex(obj::classify(line) == obj::LineKind::Vertex ? std::string(line) : "v " + std::string(line));
     checkFace(line);
 
     uint8_t bytes[8] = {};
