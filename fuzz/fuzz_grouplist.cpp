@@ -1,16 +1,20 @@
-// The polygroup list file and the list-driven splits on arbitrary bytes. Input: a 16-bit
-// length, a group list file of that length, then the combined OBJ text to split. The list loads
-// one record per started 136 bytes with terminated names, its names and face counts are looked
-// up, it is split by (ListSplitOBJtoOBJ, ListSplitOBJtoVyx) and it saves and reloads unchanged.
+// The polygroup list file and the list-driven splits on arbitrary bytes. Input: a scan-options
+// byte, a 16-bit length, a group list file of that length, then the combined OBJ text to split.
+// The list loads one record per started 136 bytes with terminated names, its names and face
+// counts are looked up, it is split by (ListSplitOBJtoOBJ, ListSplitOBJtoVyx), once by the exports
+// and once cut into tiny chunks with face blocks of a few faces (see splits.h), with the same
+// results and files both ways, and it saves and reloads unchanged.
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "harness.h"
+#include "splits.h"
 #include "leanOBJ/leanOBJ.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     kvfuzz::Bytes in{data, size};
+    const obj::ScanOptions tiny = kvfuzz::tinyChunks(in.u8());
     const kvfuzz::Bytes list = in.take(in.u16());
     const char* listPath = kvfuzz::writeInput(list.p, list.n, "groups.lst");
     const std::string mesh = kvfuzz::writeOutInput(in.p, in.n, "mesh.obj");
@@ -34,9 +38,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     KV_FUZZ_CHECK(std::strcmp(kvfuzz::call(GroupListGetName, nullptr, static_cast<double>(n), ""), "null") == 0);
 
-    kvfuzz::call(ListSplitOBJtoOBJ, mesh.c_str(), 0, kvfuzz::outPath("x.obj"), &r);
+    r = kvfuzz::splitBothWays(ListSplitOBJtoOBJ, ListSplitOBJ, mesh.c_str(), "x.obj", tiny, kvfuzz::anyName, {"mesh.obj"});
     KV_FUZZ_CHECK(n == 0 ? r == -5 : r == 0 || r == -3);
-    kvfuzz::call(ListSplitOBJtoVyx, mesh.c_str(), 0, kvfuzz::outPath("x.Vyt"), &r);
+    r = kvfuzz::splitBothWays(ListSplitOBJtoVyx, ListSplitVyx, mesh.c_str(), "x.Vyt", tiny, kvfuzz::anyName, {"mesh.obj"});
     KV_FUZZ_CHECK(n == 0 ? r == -5 : r == 0 || r == -3);
 
     if (n > 0) {  // what is saved loads back record for record

@@ -1,5 +1,7 @@
-// The OBJ readers on arbitrary text. Input: an offset byte, a 16-bit length, a part of that
-// length, then a mesh. The part is split by its groups (SplitOBJ, SplitOBJtoVyx), its lines are
+// The OBJ readers on arbitrary text. Input: an offset byte, a scan-options byte, a 16-bit length,
+// a part of that length, then a mesh. The part is split by its groups (SplitOBJ, SplitOBJtoVyx),
+// once by the exports and once cut into tiny chunks (see splits.h), with the same results and
+// files both ways; its lines are
 // put before the mesh's (SwapVertices) and it is appended to the mesh (AppendOBJ). Results are
 // documented codes, the append records one group that ends where the face counter stands and
 // only grows the mesh, and every file written is one of the names the splits and the transfer use.
@@ -8,6 +10,7 @@
 #include <vector>
 
 #include "harness.h"
+#include "splits.h"
 #include "leanOBJ/leanOBJ.h"
 #include "platform/fileio.h"
 
@@ -29,15 +32,16 @@ static bool isObjOutput(const char* name) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     kvfuzz::Bytes in{data, size};
     const int offset = in.u8();
+    const obj::ScanOptions tiny = kvfuzz::tinyChunks(in.u8());
     const kvfuzz::Bytes part = in.take(in.u16());
     const char* partPath = kvfuzz::writeInput(part.p, part.n, "part.obj");
     const std::string mesh = kvfuzz::writeOutInput(in.p, in.n, "mesh.obj");
     const std::string verts = kvfuzz::writeOutInput(part.p, part.n, "verts.obj");
 
-    float r = 0;
-    kvfuzz::call(SplitOBJ, partPath, 0, kvfuzz::outPath("x.obj"), &r);
+    const std::initializer_list<const char*> inputs = {"mesh.obj", "verts.obj"};
+    float r = kvfuzz::splitBothWays(SplitOBJ, LeanSplitOBJ, partPath, "x.obj", tiny, isObjOutput, inputs);
     KV_FUZZ_CHECK(r == 0 || r == -2 || r == -3);
-    kvfuzz::call(SplitOBJtoVyx, partPath, 0, kvfuzz::outPath("x.Vyt"), &r);
+    r = kvfuzz::splitBothWays(SplitOBJtoVyx, LeanSplitVyx, partPath, "x.Vyt", tiny, isObjOutput, inputs);
     KV_FUZZ_CHECK(r == 0 || r == -2 || r == -3);
 
     kvfuzz::call(SwapVertices, verts.c_str(), 0, mesh.c_str(), &r);

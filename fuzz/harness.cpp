@@ -8,6 +8,7 @@
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "platform/fileio.h"
 
@@ -97,6 +98,29 @@ void checkOutput(bool (*allowed)(const char* name)) {
         KV_FUZZ_CHECK(::unlink(path.c_str()) == 0);
     }
     ::closedir(out);
+}
+
+std::map<std::string, std::string> takeOutputs(bool (*allowed)(const char* name), std::initializer_list<const char*> keep) {
+    Scratch& s = scratch();
+    std::map<std::string, std::string> files;
+    DIR* out = ::opendir(s.out.c_str());
+    KV_FUZZ_CHECK(out != nullptr);
+    while (const dirent* e = ::readdir(out)) {
+        const char* n = e->d_name;
+        if (!std::strcmp(n, ".") || !std::strcmp(n, "..") ||
+            std::any_of(keep.begin(), keep.end(), [&](const char* k) { return !std::strcmp(k, n); }))
+            continue;
+        if (!allowed(n)) {
+            std::fprintf(stderr, "unexpected output name: %s\n", n);
+            std::abort();
+        }
+        const std::string path = s.out + "/" + n;
+        std::vector<char> bytes;
+        KV_FUZZ_CHECK(kv::readFile(path.c_str(), bytes) && ::unlink(path.c_str()) == 0);
+        files.emplace(n, std::string(bytes.begin(), bytes.end()));
+    }
+    ::closedir(out);
+    return files;
 }
 
 bool anyName(const char*) { return true; }

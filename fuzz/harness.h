@@ -14,6 +14,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <initializer_list>
+#include <map>
 #include <string>
 
 #include "kelvane/Kelvane4.h"
@@ -44,6 +46,11 @@ const char* call(KelvaneFn fn, const char* text, double number, const char* mem1
 // every name in the output folder passes allowed (a plain file, never a folder), then empties the
 // output folder. Aborts otherwise.
 void checkOutput(bool (*allowed)(const char* name));
+
+// Reads and removes the files the last calls left in the output folder, except those named in
+// keep (the inputs placed there): name -> bytes. Every name taken must pass allowed. For
+// comparing what two ways of doing the same thing write.
+std::map<std::string, std::string> takeOutputs(bool (*allowed)(const char* name), std::initializer_list<const char*> keep);
 
 // An allowed() that accepts every name.
 bool anyName(const char* name);

@@ -156,9 +156,9 @@ const char* const kPart =
 const char* const kMesh = "v 0 0 0\nv 1 0 0\nv 1 1 0\n# comment\nf 1 2 3\n";
 
 void objSeeds(const fs::path& dir) {
-    put(dir / "part", seed({0}, text(kPart), text(kMesh)));
-    put(dir / "crlf", seed({8}, text("v 1 2 3\r\nv 4 5 6\r\ng a\r\nf 1 2\r\n"), text("v 0 0 0\r\nf 1\r\n")));
-    put(dir / "odd", seed({255}, text("g\nf\nf -1 0 2147483648 4294967295\nv\ng ../up\nf 1\n"), text("v")));
+    put(dir / "part", seed({0, 0}, text(kPart), text(kMesh)));
+    put(dir / "crlf", seed({8, 47}, text("v 1 2 3\r\nv 4 5 6\r\ng a\r\nf 1 2\r\n"), text("v 0 0 0\r\nf 1\r\n")));
+    put(dir / "odd", seed({255, 200}, text("g\nf\nf -1 0 2147483648 4294967295\nv\ng ../up\nf 1\n"), text("v")));
     // The combined mesh the library builds from two parts.
     const fs::path a = dir / "arm.obj", b = dir / "leg.obj", combined = dir / "combined.obj";
     put(a, text(kPart));
@@ -167,7 +167,7 @@ void objSeeds(const fs::path& dir) {
     call(AppendOBJ, a.c_str(), 0, combined.c_str());
     call(AppendOBJ, b.c_str(), 5, combined.c_str());
     call(GroupListClear, nullptr);
-    put(dir / "combined", seed({5}, read(combined), text(kMesh)));
+    put(dir / "combined", seed({5, 12}, read(combined), text(kMesh)));
     fs::remove(a);
     fs::remove(b);
     fs::remove(combined);
@@ -182,7 +182,7 @@ void grouplistSeeds(const fs::path& dir) {
     call(AppendOBJ, a.c_str(), 0, combined.c_str());
     call(AppendOBJ, b.c_str(), 5, combined.c_str());
     call(GroupListSave, list.c_str());
-    put(dir / "appended", seed({}, read(list), read(combined)));
+    put(dir / "appended", seed({0}, read(list), read(combined)));
     call(GroupListClear, nullptr);
     call(GroupListAdd, "same", 1);
     call(GroupListAdd, "same", 2);
@@ -191,16 +191,27 @@ void grouplistSeeds(const fs::path& dir) {
     call(GroupListClear, nullptr);
     Bytes tail = read(list);
     tail.resize(tail.size() + 40, 'x');  // a partial record at the end
-    put(dir / "names", seed({}, tail, text("v 1 1 1\nv 2 2 2\nf 1 2\nf 2 1\nf 1\nf 2\n")));
+    put(dir / "names", seed({100}, tail, text("v 1 1 1\nv 2 2 2\nf 1 2\nf 2 1\nf 1\nf 2\n")));
     Bytes wild(136, 'n');  // no terminator, faces from -2^31 to 2^31-1
     for (size_t i : {128u, 132u}) wild[i] = i == 128 ? '\x80' : '\x7F';
     std::fill(wild.begin() + 129, wild.begin() + 132, '\0');
     std::fill(wild.begin() + 133, wild.end(), '\xFF');
-    put(dir / "wide-range", seed({}, wild, text(kMesh)));
+    put(dir / "wide-range", seed({255}, wild, text(kMesh)));
     for (const fs::path& p : {a, b, combined, list}) fs::remove(p);
 }
 
 Bytes bytesOf(const std::string& s) { return {s.begin(), s.end()}; }
+
+void numbersSeeds(const fs::path& dir) {
+    const char* const lines[] = {
+        "v 1.5 -2.25 300", "v  -0.000123\t16777217 12345678.87654321\r", "v 0.1 1e-3 3.4028236e38",
+        "v 123456789012345678901 0.12345678901234567890 -.5", "v +1 --2 3", "v 1.5x 2 3",
+        "f 1/2/3 4//5 -6/1 +7", "f 12345678 2147483648 3", "f\t1 2\t3 4/\r", "f 99999999 -2147483648 0",
+        "\xff\xff\xff\x7f\x01\x02\x80\x3f",
+    };
+    int k = 0;
+    for (const char* line : lines) put(dir / ("line" + std::to_string(k++)), bytesOf(line));
+}
 
 void bmpSeeds(const fs::path& dir) {
     put(dir / "crop", seed({0, 1, 0, 2}, bytesOf(kvtest::makeBmp(6, 5))));  // column 1, width 2
@@ -245,7 +256,7 @@ struct Harness {
 };
 const Harness kHarnesses[] = {
     {"prj", prjSeeds},   {"vyx", vyxSeeds},           {"vyt", vytSeeds}, {"obj", objSeeds},
-    {"grouplist", grouplistSeeds}, {"bmp", bmpSeeds}, {"psd", psdSeeds}, {"psdmerge", psdmergeSeeds},
+    {"grouplist", grouplistSeeds}, {"numbers", numbersSeeds}, {"bmp", bmpSeeds}, {"psd", psdSeeds}, {"psdmerge", psdmergeSeeds},
 };
 
 }  // namespace

@@ -1,18 +1,23 @@
 // Crash safety: a rewrite of an existing file that dies half-way leaves the old file whole.
 // The child process gets a file-size limit below the size of the new content, so the kernel
 // stops it with SIGXFSZ in the middle of writing (or, with the signal ignored, fails the write).
+// And the OBJ line readers read nothing past a line that ends where readable memory ends.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "imagefiles.h"
+#include "leanOBJ/objtext.h"
 #include "meshfiles.h"
 #include "platform/fileio.h"
 
@@ -191,4 +196,30 @@ TEST(CrashSafety, ReplacementsKeepModesAndRespectUnwritableFiles) {
     ::chmod((dir / "ro").c_str(), 0755);
     EXPECT_EQ(listing(dir.path), "fresh kept locked m.Vyx p.Vyt private ro ");
     EXPECT_EQ(listing(dir / "ro"), "inplace link ");
+}
+
+// A mapped file whose size is a multiple of the page size ends where readable memory ends: a
+// line there is read as in the middle of a file, without a byte past it (the unreadable page
+// after it would stop the test).
+TEST(CrashSafety, ObjReadersStopAtTheEndOfReadableMemory) {
+    const size_t page = size_t(::sysconf(_SC_PAGESIZE));
+    char* mem = static_cast<char*>(::mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    ASSERT_NE(mem, MAP_FAILED);
+    ASSERT_EQ(::mprotect(mem + page, page, PROT_NONE), 0);
+    std::string scratch;
+    const auto indices = [&](std::string_view line) {
+        std::vector<int32_t> out;
+        obj::forEachFaceIndex(line, scratch, [&](int32_t i) { out.push_back(i); });
+        return out;
+    };
+    for (const std::string& line : std::initializer_list<std::string>{"", "  ", "v", "v 1", "v 1 2 ", "v 1.5 -2 3", "v 1e", "v 1 -", "v 1 +", "v 0.1e40",
+                                   "v 12345678901234567890", "v .5\t", "v 1 2 345" + std::string(62, ' '), "f", "f 1", "f 1 2/", "f 12345678", "f 3/1 -", "f +"}) {
+        char* at = mem + page - line.size();
+        std::memcpy(at, line.data(), line.size());
+        const std::string inFile = line + "\n7 8 9\nv 1 2 3\n" + std::string(64, ' ');
+        const vertexS a = obj::parseVertex({at, line.size()}), b = obj::parseVertex({inFile.data(), line.size()}, &inFile.back());
+        EXPECT_TRUE(a.x == b.x && a.y == b.y && a.z == b.z) << line;
+        EXPECT_EQ(indices({at, line.size()}), indices({inFile.data(), line.size()})) << line;
+    }
+    ::munmap(mem, 2 * page);
 }

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "leanOBJ/indexset.h"
 #include "leanOBJ/leanOBJ.h"
 #include "leanOBJ/objtext.h"
 #include "meshfiles.h"
@@ -71,7 +72,10 @@ TEST(ObjRules, VertexReaderMatchesTheStreamReference) {
                                       "0.1", "3.4028235e38", "1e-3", "0.000000000000000000001", "123456789012345678901",
                                       "+1.5", "-2e1", ".25", "abc", "1e-50", "1e-40", "1e39", "-1e39", "-inf", "nan",
                                       "1.5e", "+.5", "0x1p3", "5.", ".", "1e+", "1e-9999999999999", "1e9999999999999",
-                                      "--1", "+-1", "1.5x", "3.4028236e38", "7E2", "1-2", "12345678.5", std::string(100, '0') + "1e-60"};
+                                      "--1", "+-1", "1.5x", "3.4028236e38", "7E2", "1-2", "12345678.5", std::string(100, '0') + "1e-60",
+                                      "0.1e40", "-0.01e41", "0.001e-44", "123456789012345678", "1234567890123456789",
+                                      "12345678901234567890", "0.1234567890123456789", "-1234567890.1234567890", "9007199254740993.5",
+                                      "1" + std::string(439, '0') + "e-400", "0." + std::string(500, '0') + "1e450"};
     for (int round = 0; round < 20000; ++round) {
         char text[64];
         std::snprintf(text, sizeof text, "%s%.*f", rng() % 2 ? "-" : "", int(rng() % 23),
@@ -80,10 +84,11 @@ TEST(ObjRules, VertexReaderMatchesTheStreamReference) {
     }
     std::string after;  // what follows the line in the file: its bytes play no part
     while (after.size() < 80) after += "\nv -1.25 .5 -7";
+    const char* blanks[] = {" ", "\t", "\r", " \t", "\t\r ", "  ", "\v", "\f "};  // every blank a stream skips
     for (size_t i = 0; i < texts.size(); ++i) {
         const std::string& t = texts[i];
-        const std::string line = "v  " + t + "\t" + texts[(i + 1) % texts.size()] + " " + texts[(i + 2) % texts.size()] +
-                                 (t.size() % 2 ? "\r" : ""),
+        const std::string line = "v" + std::string(blanks[i % 8]) + t + blanks[(i / 8 + 1) % 8] + texts[(i + 1) % texts.size()] +
+                                 blanks[(i / 64 + 2) % 8] + texts[(i + 2) % texts.size()] + (t.size() % 2 ? "\r" : ""),
                           buffer = line + (i % 3 ? after : "9\n");
         std::istringstream in(line);
         std::string word;
@@ -94,6 +99,35 @@ TEST(ObjRules, VertexReaderMatchesTheStreamReference) {
                   (std::array{std::bit_cast<uint32_t>(want[0]), std::bit_cast<uint32_t>(want[1]), std::bit_cast<uint32_t>(want[2])}))
             << line;
     }
+}
+
+// Index sets, as bit sets grown up and down across words, as lists (over their byte budget) and
+// joined from two halves: every range, its ends and starts inside a word included, holds the
+// indices a plain set holds.
+TEST(ObjRules, IndexSetRangesMatchAPlainSet) {
+    std::mt19937 rng(5);
+    for (uint64_t budget : {uint64_t(1) << 20, uint64_t(24), uint64_t(0)})
+        for (int round = 0; round < 60; ++round) {
+            obj::IndexSet set, other;
+            std::set<uint64_t> want;
+            uint64_t left = budget;
+            const uint64_t base = rng() % 300, span = 1 + rng() % 400;
+            for (int k = 0, n = 1 + int(rng() % 20); k < n; ++k) {
+                const uint64_t i = base + rng() % span;  // in random order: the sets grow both ways
+                (k % 2 && round % 2 ? other : set).insert(i, left);
+                want.insert(i);
+            }
+            set.absorb(other, left);
+            set.finish();
+            for (int q = 0; q < 20; ++q) {
+                const uint64_t from = q == 0 ? *want.begin() : q == 1 ? *want.rbegin() : rng() % 800;
+                const uint64_t to = q < 2 ? from + (q == 0 ? span : 0) : from + rng() % 400;
+                const std::vector<uint64_t> expect(want.lower_bound(from), want.upper_bound(to));
+                std::vector<uint64_t> got;
+                set.forEach(from, to, [&](uint64_t i) { got.push_back(i); });
+                ASSERT_EQ(got, expect) << "budget " << budget << ", round " << round << ", [" << from << ", " << to << "]";
+            }
+        }
 }
 
 TEST(GroupList, AddNameSaveLoad) {

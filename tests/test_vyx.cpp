@@ -253,6 +253,9 @@ TEST(NumText, MatchesPrintfAndToChars) {
     for (float f : {0.0f, 1.0f, 0.5f, 1e-5f, 9.99999e-5f, 0.0001f, 99999.95f, 999999.5f, 999999.4f, 100000.5f,
                     1234565.0f, 0.1234565f, 1e-20f, 1e-21f, 3.4e38f, 1.17549435e-38f, 1e5f, 1e6f, 123456.5f})
         for (float s : {f, -f, std::nextafter(f, 0.0f), std::nextafter(f, 1e30f)}) values.push_back(s);
+    for (int k = -21; k <= 21; ++k)  // next to every power of ten: six digits that round up to the next decade
+        for (float f = float(std::pow(10.0, k)); float s : {f, std::nextafter(f, 0.0f), f * 0.9999995f, f * 0.99999949f})
+            values.insert(values.end(), {s, -s});
     size_t mismatches = 0;
     for (float f : values) {
         char ours[32], theirs[32];
@@ -264,12 +267,12 @@ TEST(NumText, MatchesPrintfAndToChars) {
         if (std::strcmp(ours, theirs) != 0 && ++mismatches < 5) ADD_FAILURE() << ours << " vs " << theirs;
     }
     EXPECT_EQ(mismatches, 0u) << "of " << values.size();
-    std::vector<int32_t> ints = {123456789, 87654321, 40302010, INT32_MAX, INT32_MIN};
-    for (int64_t ten = 1; ten <= 1000000000; ten *= 10)  // every digit count, at its edges
-        for (auto i : {int32_t(ten - 1), int32_t(ten), int32_t(ten + 7)}) ints.insert(ints.end(), {i, -i});
-    for (int32_t i : ints) {
-        char ours[16], theirs[16];
-        EXPECT_EQ(std::string(ours, kv::putInt(ours, i)), std::string(theirs, std::to_chars(theirs, theirs + 16, i).ptr));
+    std::vector<int64_t> ints = {123456789, 87654321, 40302010, INT32_MAX, INT32_MIN, INT64_MAX, INT64_MIN, INT64_MIN + 1};
+    for (int64_t ten = 1; ten <= INT64_MAX / 10; ten *= 10)  // every digit count up to 19, at its edges
+        for (int64_t i : {ten - 1, ten, ten + 7, 10 * ten - 1, 10 * ten, 5 * ten + 3}) ints.insert(ints.end(), {i, -i});
+    for (int64_t i : ints) {
+        char ours[24], theirs[24];
+        EXPECT_EQ(std::string(ours, kv::putInt(ours, i)), std::string(theirs, std::to_chars(theirs, theirs + 24, i).ptr));
     }
     char text[16];
     EXPECT_EQ(std::string(text, kv::putUint(text, UINT32_MAX)), "4294967295");

@@ -1,5 +1,5 @@
 // Windows counterparts of the POSIX-only tests: replacing files (attributes, read-only files, a
-// writer stopped half-way), the folder listing and its "." and ".." entries, names in the ANSI
+// writer stopped half-way, files held open elsewhere), the folder listing and its "." and ".." entries, names in the ANSI
 // code page, and group names Windows cannot create.
 #include <gtest/gtest.h>
 #include <windows.h>
@@ -53,6 +53,31 @@ TEST(Windows, ReplacementsKeepAttributesAndRefuseReadOnlyFiles) {
     EXPECT_EQ(callFn(FileRename, kept, 0, dir / "other"), 0);
     EXPECT_EQ(readAll(dir / "other"), "second");
     SetFileAttributesA(locked.c_str(), FILE_ATTRIBUTE_NORMAL);
+}
+
+// A file held open elsewhere without sharing (sharing is checked per open handle, whichever
+// process holds it): a rewrite, a rename over it or of it and an append give their failure codes
+// and leave it whole, with no sibling left behind.
+TEST(Windows, FilesHeldOpenElsewhereStayWhole) {
+    TempDir dir;
+    const std::string held = dir / "held.lst", part = dir / "part.obj", other = dir / "other";
+    writeAll(held, "old");
+    writeAll(other, "other");
+    writeAll(part, "v 0 0 0\nf 1 1 1\n");
+    HANDLE h = CreateFileA(held.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    ASSERT_NE(h, INVALID_HANDLE_VALUE);
+    callFn(GroupListClear);
+    callFn(GroupListAdd, "g", 1);
+    EXPECT_EQ(callFn(GroupListSave, held), -3);
+    EXPECT_EQ(callFn(FileRename, other, 0, held), -1);
+    EXPECT_EQ(callFn(FileRename, held, 0, dir / "moved"), -1);
+    callFn(GroupListClear);
+    EXPECT_EQ(callFn(AppendOBJ, part, 0, held), -2);
+    CloseHandle(h);
+    callFn(GroupListClear);
+    EXPECT_EQ(readAll(held), "old");
+    EXPECT_EQ(readAll(other), "other");
+    EXPECT_EQ(listing(dir.path), "held.lst other part.obj ");
 }
 
 TEST(Windows, ListingGivesDotsFirstAndEmptyFolderUsesTheBackslash) {
