@@ -323,9 +323,15 @@ int main(int argc, char** argv) {
     bool withData = false;
     list->add_flag("--data", withData, "Also print the exported module data symbols");
 
-    CLI::App* call = app.add_subcommand("call", "Call one export and print its result and memBlock1");
+    // A subcommand whose options fill an argument record.
+    auto subcommand = [&app](const char* name, const char* about, auto& args, auto addOptions) {
+        CLI::App* sub = app.add_subcommand(name, about);
+        addOptions(*sub, args);
+        return sub;
+    };
     kvtool::CallArgs callArgs;
-    kvtool::addCallOptions(*call, callArgs);
+    CLI::App* call =
+        subcommand("call", "Call one export and print its result and memBlock1", callArgs, kvtool::addCallOptions);
 
     CLI::App* run = app.add_subcommand("run", "Run a script of calls, one per line");
     std::string script;
@@ -333,25 +339,20 @@ int main(int argc, char** argv) {
     run->add_option("script", script, "Script file")->required()->check(CLI::ExistingFile);
     run->add_flag("--keep-going", keepGoing, "Do not stop at the first negative result");
 
-    CLI::App* pose = app.add_subcommand("pose", "Turn the vertices of one group of an OBJ about a point");
     kvtool::PoseArgs poseArgs;
-    kvtool::addPoseOptions(*pose, poseArgs);
-
-    CLI::App* verify = app.add_subcommand("verify", "Check a posed part against its mesh and the posed mesh");
     kvtool::VerifyArgs verifyArgs;
-    kvtool::addVerifyOptions(*verify, verifyArgs);
-
-    CLI::App* check = app.add_subcommand("check", "List what would keep part meshes from coming back from a round");
     kvtool::CheckArgs checkArgs;
-    kvtool::addCheckOptions(*check, checkArgs);
-
-    CLI::App* combine = app.add_subcommand("combine", "Combine part meshes for posing, each checked first");
     kvtool::CombineArgs combineArgs;
-    kvtool::addCombineOptions(*combine, combineArgs);
-
-    CLI::App* splitBack = app.add_subcommand("split-back", "Give every part of a combine its posed positions");
     kvtool::SplitBackArgs splitBackArgs;
-    kvtool::addSplitBackOptions(*splitBack, splitBackArgs);
+    CLI::App* pose = subcommand("pose", "Turn the vertices of one group of an OBJ about a point", poseArgs, kvtool::addPoseOptions);
+    CLI::App* verify = subcommand("verify", "Check a posed part against its mesh and the posed mesh", verifyArgs,
+                                  kvtool::addVerifyOptions);
+    CLI::App* check = subcommand("check", "List what would keep part meshes from coming back from a round", checkArgs,
+                                 kvtool::addCheckOptions);
+    CLI::App* combine = subcommand("combine", "Combine part meshes for posing, each checked first", combineArgs,
+                                   kvtool::addCombineOptions);
+    CLI::App* splitBack = subcommand("split-back", "Give every part of a combine its posed positions", splitBackArgs,
+                                     kvtool::addSplitBackOptions);
 
     kvtool::ViewCommands views;
     kvtool::addViewCommands(app, views);
