@@ -38,9 +38,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     KV_FUZZ_CHECK(std::strcmp(kvfuzz::call(GroupListGetName, nullptr, static_cast<double>(n), ""), "null") == 0);
 
-    r = kvfuzz::splitBothWays(ListSplitOBJtoOBJ, ListSplitOBJ, mesh.c_str(), "x.obj", tiny, kvfuzz::anyName, {"mesh.obj"});
+    r = kvfuzz::splitBothWays(ListSplitOBJtoOBJ, ListSplitOBJ, mesh.c_str(), "x.obj", tiny, kvfuzz::anyName, {"mesh.obj"}, size % 2 == 0);
     KV_FUZZ_CHECK(n == 0 ? r == -5 : r == 0 || r == -3);
-    r = kvfuzz::splitBothWays(ListSplitOBJtoVyx, ListSplitVyx, mesh.c_str(), "x.Vyt", tiny, kvfuzz::anyName, {"mesh.obj"});
+    r = kvfuzz::splitBothWays(ListSplitOBJtoVyx, ListSplitVyx, mesh.c_str(), "x.Vyt", tiny, kvfuzz::anyName, {"mesh.obj"}, size % 2 == 1);
     KV_FUZZ_CHECK(n == 0 ? r == -5 : r == 0 || r == -3);
 
     if (n > 0) {  // what is saved loads back record for record

@@ -39,9 +39,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string verts = kvfuzz::writeOutInput(part.p, part.n, "verts.obj");
 
     const std::initializer_list<const char*> inputs = {"mesh.obj", "verts.obj"};
-    float r = kvfuzz::splitBothWays(SplitOBJ, LeanSplitOBJ, partPath, "x.obj", tiny, isObjOutput, inputs);
+    float r = kvfuzz::splitBothWays(SplitOBJ, LeanSplitOBJ, partPath, "x.obj", tiny, isObjOutput, inputs, size % 2 == 0);
     KV_FUZZ_CHECK(r == 0 || r == -2 || r == -3);
-    r = kvfuzz::splitBothWays(SplitOBJtoVyx, LeanSplitVyx, partPath, "x.Vyt", tiny, isObjOutput, inputs);
+    r = kvfuzz::splitBothWays(SplitOBJtoVyx, LeanSplitVyx, partPath, "x.Vyt", tiny, isObjOutput, inputs, size % 2 == 1);
     KV_FUZZ_CHECK(r == 0 || r == -2 || r == -3);
 
     kvfuzz::call(SwapVertices, verts.c_str(), 0, mesh.c_str(), &r);
