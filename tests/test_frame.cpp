@@ -81,7 +81,11 @@ TEST(Frame, TPoseListAddLookUpAndCheckOrder) {
     EXPECT_EQ(std::strlen(tPoseList.back().name), 254u);
     EXPECT_EQ(std::strlen(tPoseList.back().data), 256u);
     for (double refused : {0.0, -2.0, kNaN}) EXPECT_EQ(callFn(SetPrjModfier, nullptr, refused), -1);
-    EXPECT_EQ(callFn(SetPrjModfier, nullptr, 7.9), 0);
+    // Stored as an unsigned word: truncated, 2^31 and above kept whole, saturated at 2^32 - 1.
+    for (auto [value, stored] : std::vector<std::pair<double, uint32_t>>{{2147483647.9, 0x7FFFFFFFu}, {2147483648.0, 0x80000000u}, {5e9, 0xFFFFFFFFu}, {7.9, 7u}}) {
+        EXPECT_EQ(callFn(SetPrjModfier, nullptr, value), 0);
+        EXPECT_EQ(thisPrjHdr[3], stored) << value;
+    }
     EXPECT_EQ(callFn(GetPrjModfier), 7.0f);
     callFn(ClearTPoseList);  // the header too
     EXPECT_TRUE(tPoseList.empty());

@@ -61,6 +61,10 @@ TEST(BmpCrop, ByteExactForEveryPaddingOfSourceAndCrop) {
                 EXPECT_TRUE(bmpV.empty());
             }
     }
+    writeAll(dir / "big.bmp", makeBmp(256, 100));  // sizes over 64 KiB: every byte of the header's words
+    setWidth(256);
+    ASSERT_EQ(callFn(CropBMPfile, dir / "big.bmp", 0, dir / "out.bmp"), 0);
+    EXPECT_EQ(readAll(dir / "out.bmp"), expectedCrop(256, 100, 0, 256));
     setWidth(50);
 }
 
@@ -68,15 +72,17 @@ TEST(BmpCrop, RefusalsWriteNothing) {
     TempDir dir;
     const std::string good = dir / "good.bmp", dst = dir / "out.bmp", full = makeBmp(10, 8);
     writeAll(good, full);
-    std::string notBmp = full, lying = full, zeroWidth = makeBmp(1, 4);
+    std::string notBmp = full, lying = full, zeroWidth = makeBmp(1, 4), tallZeroWidth, shortest = makeBmp(0, 3).substr(0, 37);
     notBmp[0] = 'P';
     putLE(lying, 2, uint32_t(full.size() - 120));
-    putLE(zeroWidth, 18, 0), putLE(zeroWidth, 22, 0x7FFFFFFF);  // rows of 0 bytes, a large height
+    putLE(zeroWidth, 18, 0), tallZeroWidth = zeroWidth, putLE(zeroWidth, 22, 0x7FFFFFFF);  // rows of 0 bytes, a large height
+    putLE(tallZeroWidth, 22, 1000);  // a crop of 997 rows of 4 bytes: more than four times the 16 pixel bytes
+    putLE(shortest, 10, 37);         // the header is read up to the data size, whose last byte is the repeated one
     // Rows of 32 bytes: the region may run on into the two unread rows, never past the file.
     for (auto [bytes, startByte, width] : std::vector<std::tuple<std::string, int, int>>{
              {notBmp, 0, 2}, {makeBmp(10, 2), 0, 2} /* height below 3 */, {full.substr(0, full.size() - 20), 0, 2} /* rows the bytes cannot hold */,
              {lying.substr(0, full.size() - 120), 0, 2} /* ... even when the size field agrees */, {full, 91, 2},
-             {full, -33, 2} /* before the pixel data */, {full, 0, -1}, {zeroWidth, 0, 1}}) {
+             {full, -33, 2} /* before the pixel data */, {full, 0, -1}, {zeroWidth, 0, 1}, {tallZeroWidth, 0, 1}, {shortest.substr(0, 36), 0, 0}}) {
         writeAll(dir / "bad.bmp", bytes);
         EXPECT_EQ(cropBMP((dir / "bad.bmp").c_str(), dst.c_str(), startByte, width), -7) << bytes.size() << " " << startByte;
         EXPECT_FALSE(exists(dst));
@@ -99,6 +105,9 @@ TEST(BmpCrop, RefusalsWriteNothing) {
     writeAll(good, zeroWidth);  // a crop of no bytes does not walk the rows
     EXPECT_EQ(cropBMP(good.c_str(), dst.c_str(), 0, 0), 0);
     EXPECT_EQ(readAll(dst).size(), 54u);
+    writeAll(good, shortest);
+    EXPECT_EQ(cropBMP(good.c_str(), dst.c_str(), 0, 0), 0);
+    EXPECT_EQ(readAll(dst).size(), 37u);
     // Rows of 12 bytes: a crop of 15 reads on into the next rows, and into the unread ones.
     writeAll(good, makeBmp(3, 6));
     ASSERT_EQ(cropBMP(good.c_str(), dst.c_str(), 0, 5), 0);
@@ -117,7 +126,8 @@ TEST(PsdHeader, RefusalCodes) {
     std::string badSignature = good.bytes(), lying = good.bytes();
     badSignature[3] = 'B', lying[33] = '\x7f';  // a resources length about 2^31
     for (auto [bytes, code] : std::vector<std::pair<std::string, float>>{
-             {badSignature, -1}, {published.bytes(), -2}, {colourData.bytes(), -3}, {packed.bytes(), -4}, {lying, -1}}) {
+             {badSignature, -1}, {published.bytes(), -2}, {colourData.bytes(), -3}, {packed.bytes(), -4}, {lying, -1},
+             {colourData.bytes().substr(0, 34), -3} /* the header's fields all there */, {colourData.bytes().substr(0, 33), -1}}) {
         writeAll(dir / "h.psd", bytes);
         EXPECT_EQ(callFn(SwapColorsPSD, dir / "h.psd", 0), code);
         EXPECT_EQ(readAll(dir / "h.psd"), bytes);
@@ -228,8 +238,11 @@ TEST(PsdHeal, FixedRowsAndColumnsFromTheFirstImage) {
     auto run = [&](const std::string& s, size_t p, size_t r, size_t c, size_t count) { return s.substr(40 + p * h * w + r * w + c, count); };
     writeAll(first, a);
     writeAll(second, b);
-    ASSERT_EQ(callFn(HealPSDfiles, first, std::nan(""), second), 0);  // NaN: rows
+    ASSERT_EQ(callFn(HealPSDfiles, first, 0, second), 0);  // 0 (and below): rows
     std::string out = readAll(first);
+    writeAll(first, a);
+    ASSERT_EQ(callFn(HealPSDfiles, first, std::nan(""), second), 0);  // NaN: rows too
+    EXPECT_EQ(readAll(first), out);
     ASSERT_EQ(out.size(), b.size() + 1);
     EXPECT_EQ(out.substr(40 + 3 * h * w), "TT");
     for (size_t p = 0; p < 3; ++p)  // rows 0..9 from 50..59, the last ten from 40..49
@@ -292,6 +305,15 @@ TEST(PsdThumbnail, CentredOnBlackAndAreaAveraged) {
     const std::string t = readAll(thumb);
     for (size_t i = 40; i < t.size(); ++i) ASSERT_NEAR(at(t, i), 127.5, 1.0) << "sample " << i - 40;
     for (double size : {0.5, 4097.0}) EXPECT_EQ(callFn(CreateThumbnail, src, size), -9) << size;
+    Psd empty;  // no columns: a black thumbnail, up to the rows the resizer can take
+    empty.rows = 0x7FFFFFFF, empty.columns = 0;
+    writeAll(src, empty.bytes());
+    ASSERT_EQ(callFn(CreateThumbnail, src, 2), 0);
+    EXPECT_EQ(readAll(thumb).substr(40), std::string(12, '\0'));
+    empty.rows = 0x80000000u;
+    writeAll(src, empty.bytes());
+    EXPECT_EQ(callFn(CreateThumbnail, src, 2), -1);
+    writeAll(src, board.bytes());
     ASSERT_EQ(std::remove(thumb.c_str()), 0);
     ASSERT_TRUE(std::filesystem::create_directory(thumb));  // the thumbnail's name is taken by a folder
     EXPECT_EQ(callFn(CreateThumbnail, src, 16), -5);
