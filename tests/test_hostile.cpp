@@ -62,6 +62,7 @@ const std::string kCombined =
 
 // A reader, the sound file it is given, and the checks on one prefix of it (cut == size: whole).
 struct CutCase {
+    const char* name;  // the test's
     const char* reader;
     std::string whole;
     std::function<void(const Sandbox&, const std::string& bytes, size_t cut, bool whole)> check;
@@ -71,15 +72,15 @@ const std::string kPrj = prjHeader(2) + prjRecord(1, "rest") + prjRecord(2, "up"
                          prjChunk(31, "first data file") + prjChunk(32, std::string(40, 'b'));
 
 const std::vector<CutCase> kCutCases = {
-    {"PSD image, every export", [] { Psd p = uniform(3, 4, {255, 0, 0}); p.resources = "res"; p.layers = "lay"; return p.bytes(); }(),
+    {"Psd", "PSD image, every export", [] { Psd p = uniform(3, 4, {255, 0, 0}); p.resources = "res"; p.layers = "lay"; return p.bytes(); }(),
      [](const Sandbox& box, const std::string& bytes, size_t, bool whole) { allPsdOperations(box, bytes, whole ? kSound : kBroken); }},
-    {"BMP image", makeBmp(10, 6),
+    {"Bmp", "BMP image", makeBmp(10, 6),
      [](const Sandbox& box, const std::string& bytes, size_t, bool whole) {
          CropBMP_SetWidth(nullptr, 4, nullptr, nullptr);
          EXPECT_EQ(callFn(CropBMPfile, box.input("s.bmp", bytes), 2, box.out + "/c.bmp"), whole ? 0 : -7);
          EXPECT_EQ(box.outputs().size(), size_t(whole));
      }},
-    {"Vyx mesh, every export", kMesh,
+    {"Vyx", "Vyx mesh, every export", kMesh,
      [](const Sandbox& box, const std::string& bytes, size_t cut, bool) {
          // Each operation needs its block whole, and nothing after it. A walk that ends at the end
          // of the file has found nothing; a block whose tag is there but whose records are cut is
@@ -101,14 +102,14 @@ const std::vector<CutCase> kCutCases = {
          EXPECT_EQ(callFn(GetUVsFromVyx, vyx), tiles == -17 ? -1760 : tiles);
          EXPECT_EQ(box.outputs().size(), 1 + size_t(cut >= kUvAt) + size_t(cut >= kFaceAt) + size_t(std::max(tiles, 0.f)));
      }},
-    {"vertex file of a Vyx vertex swap", kVertices,
+    {"VertexFile", "vertex file of a Vyx vertex swap", kVertices,
      [](const Sandbox& box, const std::string& bytes, size_t, bool whole) {
          const std::string vyx = box.out + "/m.Vyx", vyt = box.input("p.Vyt", bytes);
          writeAll(vyx, kMesh);
          EXPECT_EQ(callFn(SwapVertices_Vyx, vyt, 0, vyx), whole ? 0 : -301);
          if (!whole) { EXPECT_EQ(readAll(vyx), kMesh); }
      }},
-    {"combined OBJ mesh, every OBJ export", kCombined,
+    {"CombinedObj", "combined OBJ mesh, every OBJ export", kCombined,
      [](const Sandbox& box, const std::string& text, size_t, bool) {
          const std::string obj = box.input("c.obj", text), outPath = box.out + "/x";
          const std::string list = box.input("g.lst", listRecord("left", 0, 2) + listRecord("right", 2, 3));
@@ -126,7 +127,7 @@ const std::vector<CutCase> kCutCases = {
          EXPECT_EQ(callFn(AppendOBJ, obj, 7, box.out + "/all.obj"), float(vertices));
          EXPECT_EQ(callFn(SwapVertices, box.out + "/v.obj", 0, obj), vertices ? 0 : -30);
      }},
-    {"polygroup list file", listRecord(std::string(128, 'N'), 0, 2) + listRecord("b", 2, 3),
+    {"GroupList", "polygroup list file", listRecord(std::string(128, 'N'), 0, 2) + listRecord("b", 2, 3),
      [](const Sandbox& box, const std::string& bytes, size_t cut, bool) {
          const std::string obj = box.input("c.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2\nf 2 3\nf 3 1\nf 1 1\n");
          ASSERT_EQ(callFn(GroupListLoad, box.input("g.lst", bytes)), 0);
@@ -138,7 +139,7 @@ const std::vector<CutCase> kCutCases = {
          EXPECT_EQ(callFn(ListSplitOBJtoVyx, obj, 0, box.out + "/"), cut == 0 ? -5 : 0);
          expectSoundVertexFiles(box);
      }},
-    {"project file", kPrj,
+    {"Project", "project file", kPrj,
      [](const Sandbox& box, const std::string& bytes, size_t cut, bool whole) {
          ASSERT_EQ(callFn(OpenPrjFile, box.input("p.prj", bytes), 0, box.out + "/x"), 0);
          char data[300];
@@ -153,21 +154,25 @@ const std::vector<CutCase> kCutCases = {
 
 }  // namespace
 
-TEST(Hostile, EveryReaderOnEveryCutOfASoundFile) {
-    for (const CutCase& c : kCutCases) {
-        SCOPED_TRACE(c.reader);
-        Sandbox box;
-        const auto before = box.outside();
-        for (size_t cut = 0; cut <= c.whole.size(); ++cut) {
-            SCOPED_TRACE(cut);
-            c.check(box, c.whole.substr(0, cut), cut, cut == c.whole.size());
-            if (::testing::Test::HasFatalFailure()) return;
-            box.clearOut();  // and the module state as it was
-            callFn(GroupListClear), callFn(ClearTPoseList), callFn(clearUVTileString), CropBMP_SetWidth(nullptr, 50, nullptr, nullptr);
-        }
-        EXPECT_EQ(box.outside(), before);
+class EveryCut : public ::testing::TestWithParam<size_t> {};
+
+TEST_P(EveryCut, OfASoundFileGivesItsReadersCodes) {
+    const CutCase& c = kCutCases[GetParam()];
+    SCOPED_TRACE(c.reader);
+    Sandbox box;
+    const auto before = box.outside();
+    for (size_t cut = 0; cut <= c.whole.size(); ++cut) {
+        SCOPED_TRACE(cut);
+        c.check(box, c.whole.substr(0, cut), cut, cut == c.whole.size());
+        if (::testing::Test::HasFatalFailure()) return;
+        box.clearOut();  // and the module state as it was
+        callFn(GroupListClear), callFn(ClearTPoseList), callFn(clearUVTileString), CropBMP_SetWidth(nullptr, 50, nullptr, nullptr);
     }
+    EXPECT_EQ(box.outside(), before);
 }
+
+INSTANTIATE_TEST_SUITE_P(Hostile, EveryCut, ::testing::Range<size_t>(0, kCutCases.size()),
+                         [](const ::testing::TestParamInfo<size_t>& p) { return std::string(kCutCases[p.param].name); });
 
 // Group names that would leave the output folder ("..", absolute) give -3 and write nothing
 // outside it; long names are cut to 127 bytes in the list.

@@ -359,7 +359,7 @@ TEST(ListSplit, ChunkedScansMatchTheSingleScan) {
         std::filesystem::remove_all(out);
         return all;
     };
-    for (int round = 0; round < 40; ++round) {
+    for (int round = 0; round < 20; ++round) {  // fuzz_obj and fuzz_grouplist cut many more
         std::string mesh;
         const char* eol = round % 3 ? "\n" : "\r\n";
         int vertices = 0, faces = 0;
@@ -383,7 +383,7 @@ TEST(ListSplit, ChunkedScansMatchTheSingleScan) {
             groupsList.push_back(g);
         }
         const std::string single = splitAll(dir / "mesh.obj", dir / "one", {.threads = 1, .minChunk = 1});
-        for (unsigned threads : {2u, 3u, 7u}) {
+        for (unsigned threads : {2u, 7u}) {
             const obj::ScanOptions options{threads, 1 + rng() % 40, int64_t(1 + rng() % 8)};
             EXPECT_EQ(splitAll(dir / "mesh.obj", dir / "many", options), single) << "round " << round << ", " << threads << " threads";
         }
