@@ -13,10 +13,13 @@
 # The version is the project's, read from the build's CMake cache.
 #   scripts/package.sh [BUILD_DIR [OUT_DIR]]   an existing build folder is packed as it is;
 #                                              a Windows build folder gives only its own files
+# With KELVANE_PACKAGE_LINUX_ONLY=1, a Linux build folder gives only its own files too.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 out=$(realpath -m "${2:-$root/dist}")
 windows=$root/build-windows
+macos=$root/build-macos
+[ -z "${KELVANE_PACKAGE_LINUX_ONLY:-}" ] || windows= macos=
 if [ -f "${1:-}/Kelvane4.dll" ]; then
   windows=$(realpath "$1") build=
 elif [ -n "${1:-}" ]; then
@@ -120,15 +123,15 @@ if [ -f "$windows/Kelvane4.dll" ]; then
 fi
 
 # macOS: the wheel, when a macOS build exists.
-if [ -n "$build" ] && [ -f "$root/build-macos/libKelvane4.dylib" ]; then
-  pack_wheel macosx_11_0_universal2 "$root/build-macos/libKelvane4.dylib" libKelvane4.dylib "$build"
+if [ -n "$build" ] && [ -f "$macos/libKelvane4.dylib" ]; then
+  pack_wheel macosx_11_0_universal2 "$macos/libKelvane4.dylib" libKelvane4.dylib "$build"
 fi
 
-if [ -n "$build" ] && [ -f "$root/build-macos/libKelvane4.dylib" ]; then
+if [ -n "$build" ] && [ -f "$macos/libKelvane4.dylib" ]; then
   mac=kelvane-$version-macos-universal
   mkdir -p "$stage/$mac/lib" "$stage/$mac/bin" "$stage/$mac/include/kelvane"
-  cp "$root/build-macos/libKelvane4.dylib" "$stage/$mac/lib/"
-  [ ! -f "$root/build-macos/kelvane" ] || cp "$root/build-macos/kelvane" "$stage/$mac/bin/"
+  cp "$macos/libKelvane4.dylib" "$stage/$mac/lib/"
+  [ ! -f "$macos/kelvane" ] || cp "$macos/kelvane" "$stage/$mac/bin/"
   cp "$root/include/kelvane/Kelvane4.h" "$stage/$mac/include/kelvane/"
   cp "$root/README.md" "$root/LICENSE" "$root/CHANGELOG.md" "$stage/$mac/"
   tar -C "$stage" -czf "$out/$mac.tar.gz" "$mac"
