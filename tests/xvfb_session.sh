@@ -29,11 +29,14 @@ waitFor() {
 }
 
 # The dialog's window, once it is mapped (waiting up to $1 seconds, default 20) and has the
-# keyboard focus.
+# keyboard focus. A window that closes while xdotool walks the windows (the last run's dialog)
+# makes the search fail with BadWindow: it is searched for again.
 dialogWindow() {
-  local win
-  win=$(timeout "${1:-20}" xdotool search --sync --onlyvisible --name '^Choose files to Gathermesh\.\.\.$' | head -n 1) ||
-    fail "no dialog window appeared"
+  local win= deadline=$((SECONDS + ${1:-20}))
+  while [ -z "$win" ] && [ "$SECONDS" -lt "$deadline" ]; do
+    win=$(xdotool search --onlyvisible --name '^Choose files to Gathermesh\.\.\.$' 2>/dev/null | head -n 1) || win=
+    [ -n "$win" ] || sleep 0.2
+  done
   [ -n "$win" ] || fail "no dialog window appeared"
   timeout 10 xdotool windowfocus --sync "$win" || fail "the dialog did not take the focus"
   sleep 0.5
